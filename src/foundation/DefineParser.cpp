@@ -1,0 +1,5 @@
+#include "foundation/DefineParser.h"
+
+std::string CDefineParser::GetVersion() {
+    return "1.00.0032";
+}

@@ -1,0 +1,13 @@
+#ifndef QLMAIL_FOUNDATION_QLSYSTEMERROR_H
+#define QLMAIL_FOUNDATION_QLSYSTEMERROR_H
+
+#include <string>
+
+class CQLSystemError {
+public:
+    // The system's text for the current errno. The argument is not used: callers pass errno
+    // itself, and reading errno here keeps the two from drifting apart.
+    static std::string GetStrError(int nErrno);
+};
+
+#endif
