@@ -16,3 +16,12 @@ if [ -n "$missing" ]; then
     # shellcheck disable=SC2086
     apt-get install -y -qq --no-install-recommends $missing
 fi
+
+# A Korean UTF-8 locale for the date tests of month and day names.
+if ! locale -a 2>/dev/null | grep -qi '^ko_KR\.utf-\?8$'; then
+    if [ -f /etc/locale.gen ]; then
+        sed -i 's/^# *\(ko_KR\.UTF-8 UTF-8\)/\1/' /etc/locale.gen
+        grep -q '^ko_KR\.UTF-8 UTF-8' /etc/locale.gen || echo 'ko_KR.UTF-8 UTF-8' >>/etc/locale.gen
+        locale-gen >/dev/null || echo "note: could not generate ko_KR.UTF-8; its tests will be skipped"
+    fi
+fi
