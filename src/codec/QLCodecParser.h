@@ -1,0 +1,62 @@
+#ifndef QLMAIL_CODEC_QLCODECPARSER_H
+#define QLMAIL_CODEC_QLCODECPARSER_H
+
+#include "foundation/QLExceptionParser.h"
+
+#include <array>
+#include <string>
+
+namespace qlmail_detail {
+constexpr std::array<unsigned char, 256> MakeBase64DecTable() {
+    std::array<unsigned char, 256> t{};
+    for (int i = 0; i < 256; ++i) t[i] = 127;
+    t[0] = 64;
+    for (int i = 0; i < 26; ++i) {
+        t['A' + i] = static_cast<unsigned char>(i);
+        t['a' + i] = static_cast<unsigned char>(26 + i);
+    }
+    for (int i = 0; i < 10; ++i) t['0' + i] = static_cast<unsigned char>(52 + i);
+    t['+'] = 62;
+    t['/'] = 63;
+    return t;
+}
+} // namespace qlmail_detail
+
+// Content-transfer encodings of message bodies (base64, quoted-printable, uuencode) and the
+// joining of RFC 2231 continued parameters. Works on whole byte strings in memory. These are
+// not the header decoders: those are more lenient and have rules of their own.
+class CQLCodecParser : public CQLExceptionParser {
+public:
+    // The RFC 4648 alphabet.
+    static constexpr char base64_table[65] =
+        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    // Indexed by byte: the 6-bit value of an alphabet character, 127 for a byte to skip.
+    // Entry 0 holds 64 and is never consulted; bytes of 0x80 and above are skipped too.
+    static constexpr std::array<unsigned char, 256> base64_dec_table =
+        qlmail_detail::MakeBase64DecTable();
+
+    CQLCodecParser() {}
+    virtual ~CQLCodecParser() {}
+
+    // Breaks after every 54 source bytes; nLineLen does not move the break.
+    std::string EncodeB64(const std::string& strText, const bool& bBreakLine, bool bBinary,
+                          const int& nLineLen);
+    std::string DecodeB64(const std::string& strText, bool bBinary);
+    std::string EncodeQP(const std::string& strText, const bool& bBreakLine, bool bBinary,
+                         const unsigned long& nLineLen);
+    // Throws a CQLCodecParser when its work buffer cannot be had.
+    std::string DecodeQP(const std::string& strText, bool bBinary);
+    // Kept for the interface; CQLMimeCodec::EncParam is the working encoder.
+    std::string EncodeRfc2231(const std::string& strName, const std::string& strValue,
+                              const std::string& strCharset, const int& nLineLen);
+    // Joins name*0*=charset'lang'value and its continuations; the value stays percent-encoded.
+    std::string DecodeRfc2231(const std::string& strText, std::string& strParamName,
+                              std::string& strCharset, std::string& strLanguage);
+    std::string EncodeUU(const std::string& strData, const std::string& strFileName);
+    std::string DecodeUU(const std::string& strText, std::string& strFileName);
+    // Copies one line without its carriage returns into pszLine and NUL-terminates it. The
+    // buffer must hold the whole line: there is no length to check against.
+    bool ReadDataLine(const std::string& strText, int& nPos, char* pszLine);
+};
+
+#endif
