@@ -26,7 +26,8 @@ std::string MapCase(const std::string& strText, const std::array<unsigned char, 
     const int nLen = static_cast<int>(strText.size());
     if (nLen < 1) return std::string();
     std::string strResult(strText);
-    for (int i = 0; i < nLen;) {
+    // Wider than the length, so that stepping two past a high last byte cannot overflow.
+    for (long long i = 0; i < nLen;) {
         unsigned char b = U(strResult[i]);
         if (b < 128) {
             strResult[i] = static_cast<char>(table[b]);

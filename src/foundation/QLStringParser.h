@@ -47,6 +47,10 @@ public:
         std::string::operator=(str);
         return *this;
     }
+    CQLStringParser& operator=(const char* psz) {
+        std::string::operator=(psz ? psz : "");
+        return *this;
+    }
     virtual ~CQLStringParser() {}
 
     std::string ToLower(const std::string& strText);
