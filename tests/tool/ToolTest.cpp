@@ -18,7 +18,7 @@ RunResult RunTool(const std::string& strArgs, const std::string& strStdin = "") 
     const char* pszTool = std::getenv("QLMAIL_TOOL");
     EXPECT_NE(pszTool, nullptr) << "QLMAIL_TOOL is not set";
     std::string strCmd =
-        "printf '%s' '" + strStdin + "' | '" + (pszTool ? pszTool : "") + "' " + strArgs + " 2>&1";
+        "printf '" + strStdin + "' | '" + (pszTool ? pszTool : "") + "' " + strArgs + " 2>&1";
     RunResult r{-1, ""};
     FILE* p = popen(strCmd.c_str(), "r");
     if (p == nullptr) return r;
