@@ -3,7 +3,7 @@
 set -eu
 
 packages="g++ make cmake pkg-config git libgtest-dev libgmock-dev libbenchmark-dev libchardet-dev
-clang libclang-rt-14-dev locales"
+clang libclang-rt-14-dev locales tzdata"
 
 missing=""
 for p in $packages; do
