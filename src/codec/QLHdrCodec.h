@@ -10,10 +10,10 @@
 // HasCharset and IsBadCharset. Made for one value and dropped.
 class CQLHdrCodec : public CQLExceptionParser {
 public:
-    static const int O_HDRCODEC_NONE = 0;
-    static const int O_CONV_LTGT = 1;
-    static const int O_TRIM_DQ = 2;
-    static const int O_ITEM_CS = 4;
+    static constexpr int O_HDRCODEC_NONE = 0;
+    static constexpr int O_CONV_LTGT = 1;
+    static constexpr int O_TRIM_DQ = 2;
+    static constexpr int O_ITEM_CS = 4;
 
     CQLHdrCodec();
     virtual ~CQLHdrCodec();
