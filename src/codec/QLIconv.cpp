@@ -12,6 +12,8 @@ const size_t kFail = static_cast<size_t>(-1);
 const unsigned char kEsc = 0x1B;
 // The most one character can take in ISO-2022-JP-MS: an escape sequence and two bytes.
 const size_t kJpMaxChar = 5;
+// Texts from this size on take the wide path when they can.
+const size_t kWideMin = 1024;
 
 inline iconv_t Cd(void* p) {
     return static_cast<iconv_t>(p);
@@ -110,9 +112,11 @@ bool SjisToJis(unsigned char s1, unsigned char s2, unsigned char& j1, unsigned c
 } // namespace
 
 CQLIconv::CQLIconv()
-    : m_cd(nullptr), m_cdProbe(nullptr), m_cdAux(nullptr), m_bDiscard(false), m_nUnit(1),
-      m_nBomFrom(0), m_bBomPending(false), m_bLittleFrom(false), m_nBomTo(0), m_bBomToWrite(false),
-      m_bJpFrom(false), m_bJpTo(false), m_eJpIn(JP_ASCII), m_eJpOut(JP_ASCII) {}
+    : m_cd(nullptr), m_cdProbe(nullptr), m_cdAux(nullptr), m_cdWideIn(nullptr),
+      m_cdWideOut(nullptr), m_nWideBound(0), m_bTextStart(true), m_bUseWide(false),
+      m_bDiscard(false), m_nUnit(1), m_nBomFrom(0), m_bBomPending(false), m_bLittleFrom(false),
+      m_nBomTo(0), m_bBomToWrite(false), m_bJpFrom(false), m_bJpTo(false), m_eJpIn(JP_ASCII),
+      m_eJpOut(JP_ASCII) {}
 
 CQLIconv::~CQLIconv() {
     Close();
@@ -140,6 +144,8 @@ bool CQLIconv::Open(const char* pszTo, const char* pszFrom) {
     m_bJpFrom = from.bJp;
     m_bJpTo = to.bJp;
     m_eJpIn = m_eJpOut = JP_ASCII;
+    m_bTextStart = true;
+    m_bUseWide = false;
     return true;
 }
 
@@ -150,12 +156,15 @@ int CQLIconv::Close() {
     if (bFailed) nErr = errno;
     CloseCd(m_cdProbe, bFailed);
     CloseCd(m_cdAux, bFailed);
+    CloseCd(m_cdWideIn, bFailed);
+    CloseCd(m_cdWideOut, bFailed);
     if (!bFailed) return 0;
     if (nErr != 0) errno = nErr;
     return -1;
 }
 
-bool CQLIconv::ReopenMain(const std::string& strFrom) {
+// A UTF-16 or UTF-32 source whose mark asks for the other byte order.
+bool CQLIconv::ReopenSource(const std::string& strFrom) {
     iconv_t cd = iconv_open(m_strTo.c_str(), strFrom.c_str());
     if (cd == kNoCd) return false;
     bool bIgnored = false;
@@ -163,6 +172,49 @@ bool CQLIconv::ReopenMain(const std::string& strFrom) {
     CloseCd(m_cdProbe, bIgnored);
     m_cd = cd;
     m_strFrom = strFrom;
+    if (m_cdWideIn != nullptr) {
+        CloseCd(m_cdWideIn, bIgnored);
+        cd = iconv_open("WCHAR_T", strFrom.c_str());
+        if (cd == kNoCd)
+            CloseWide();
+        else
+            m_cdWideIn = cd;
+    }
+    return true;
+}
+
+void CQLIconv::CloseWide() {
+    bool bIgnored = false;
+    CloseCd(m_cdWideIn, bIgnored);
+    CloseCd(m_cdWideOut, bIgnored);
+    m_nWideBound = 0;
+}
+
+void CQLIconv::SetDiscardIlseq(bool bDiscard) {
+    m_bDiscard = bDiscard;
+    m_nWideBound = 0;
+    if (!bDiscard || m_bJpFrom || m_bJpTo) return;
+    // The wide path holds no output back, so it needs the size of the largest character.
+    const char* pszTo = m_strTo.c_str();
+    if (strcasecmp(pszTo, "UTF-8") == 0 || strcasecmp(pszTo, "UTF8") == 0)
+        m_nWideBound = 6; // the C library writes values up to 0x7FFFFFFF
+    else if (HasPrefix(pszTo, "UTF-16") || HasPrefix(pszTo, "UTF-32") || HasPrefix(pszTo, "UCS-4"))
+        m_nWideBound = 4;
+    else if (HasPrefix(pszTo, "UCS-2"))
+        m_nWideBound = 2;
+}
+
+bool CQLIconv::OpenWide() {
+    if (m_cdWideIn != nullptr) return true;
+    iconv_t cdIn = iconv_open("WCHAR_T", m_strFrom.c_str());
+    if (cdIn == kNoCd) return false;
+    iconv_t cdOut = iconv_open(m_strTo.c_str(), "WCHAR_T");
+    if (cdOut == kNoCd) {
+        iconv_close(cdIn);
+        return false;
+    }
+    m_cdWideIn = cdIn;
+    m_cdWideOut = cdOut;
     return true;
 }
 
@@ -182,8 +234,16 @@ size_t CQLIconv::Conv(char** ppIn, size_t* pnInLeft, char** ppOut, size_t* pnOut
 
 size_t CQLIconv::Reset(char** ppOut, size_t* pnOutLeft) {
     m_eJpIn = JP_ASCII;
+    m_bTextStart = true;
     m_bBomPending = m_nBomFrom != 0;
     m_bBomToWrite = m_nBomTo != 0;
+    if (m_cdWideIn != nullptr) {
+        iconv(Cd(m_cdWideIn), nullptr, nullptr, nullptr, nullptr);
+        if (ppOut == nullptr || *ppOut == nullptr || pnOutLeft == nullptr)
+            iconv(Cd(m_cdWideOut), nullptr, nullptr, nullptr, nullptr);
+        else if (iconv(Cd(m_cdWideOut), nullptr, nullptr, ppOut, pnOutLeft) == kFail)
+            return kFail;
+    }
     if (ppOut == nullptr || *ppOut == nullptr || pnOutLeft == nullptr) {
         iconv(Cd(m_cd), nullptr, nullptr, nullptr, nullptr);
         m_eJpOut = JP_ASCII;
@@ -221,7 +281,7 @@ bool CQLIconv::ReadSourceBom(char** ppIn, size_t* pnInLeft) {
     if (bLittle != m_bLittleFrom) {
         std::string strName = (n == 2 ? "UTF-16" : "UTF-32");
         strName += bLittle ? "LE" : "BE";
-        if (!ReopenMain(strName)) return false;
+        if (!ReopenSource(strName)) return false;
         m_bLittleFrom = bLittle;
     }
     if (bMark) {
@@ -235,6 +295,11 @@ bool CQLIconv::ReadSourceBom(char** ppIn, size_t* pnInLeft) {
 size_t CQLIconv::ConvCore(char** ppIn, size_t* pnInLeft, char** ppOut, size_t* pnOutLeft,
                           bool bDiscard) {
     if (*pnInLeft == 0) return 0;
+    if (m_bTextStart) {
+        // Both ways are in their initial state here, so the choice is free.
+        m_bTextStart = false;
+        m_bUseWide = m_nWideBound > 0 && *pnInLeft >= kWideMin && OpenWide();
+    }
     if (m_bBomPending) {
         if (*pnInLeft < m_nBomFrom) {
             errno = EINVAL;
@@ -255,7 +320,9 @@ size_t CQLIconv::ConvCore(char** ppIn, size_t* pnInLeft, char** ppOut, size_t* p
         *pnOutLeft -= m_nBomTo;
     }
     size_t nResult = m_bJpTo ? ConvToJp(ppIn, pnInLeft, ppOut, pnOutLeft, bDiscard)
-                             : ConvDirect(ppIn, pnInLeft, ppOut, pnOutLeft, bDiscard);
+                     : m_cdWideIn != nullptr
+                         ? ConvWide(ppIn, pnInLeft, ppOut, pnOutLeft)
+                         : ConvDirect(ppIn, pnInLeft, ppOut, pnOutLeft, bDiscard);
     if (pMark != nullptr) {
         const int nErr = errno;
         if (*ppOut > pMark + m_nBomTo) {
@@ -283,6 +350,42 @@ size_t CQLIconv::ConvDirect(char** ppIn, size_t* pnInLeft, char** ppOut, size_t*
         *pnInLeft -= nSkip;
         if (*pnInLeft == 0) return 0;
     }
+}
+
+// Discarding into a Unicode target: the source is read into wide characters, no more at a
+// time than the output can surely take, so the second step never runs out of room and the
+// input position is always exact. A character the target lacks is dropped in the second step.
+size_t CQLIconv::ConvWide(char** ppIn, size_t* pnInLeft, char** ppOut, size_t* pnOutLeft) {
+    const size_t nWideSize = sizeof(wchar_t);
+    while (*pnInLeft > 0) {
+        size_t nChars = *pnOutLeft / m_nWideBound;
+        if (nChars == 0) {
+            errno = E2BIG;
+            return kFail;
+        }
+        if (nChars > sizeof(m_szWide) / nWideSize) nChars = sizeof(m_szWide) / nWideSize;
+        char* pWide = m_szWide;
+        size_t nWideRoom = nChars * nWideSize;
+        int nErr = 0;
+        if (iconv(Cd(m_cdWideIn), ppIn, pnInLeft, &pWide, &nWideRoom) == kFail) nErr = errno;
+        char* pNext = m_szWide;
+        size_t nWide = static_cast<size_t>(pWide - m_szWide);
+        while (nWide > 0) {
+            if (iconv(Cd(m_cdWideOut), &pNext, &nWide, ppOut, pnOutLeft) != kFail) break;
+            if (errno != EILSEQ) return kFail; // cannot happen within the bound
+            pNext += nWideSize;
+            nWide -= nWideSize;
+        }
+        if (nErr == 0 || nErr == E2BIG) continue;
+        if (nErr != EILSEQ) {
+            errno = nErr;
+            return kFail;
+        }
+        const size_t nSkip = SkipLength(*ppIn, *pnInLeft);
+        *ppIn += nSkip;
+        *pnInLeft -= nSkip;
+    }
+    return 0;
 }
 
 // How much to skip at a character that stopped the conversion: the whole character when it

@@ -21,6 +21,12 @@
 // Every other name goes to iconv_open as it is given. Built against GNU libiconv, this class
 // would shrink to a forwarder to libiconv_open, libiconv, libiconvctl and libiconv_close.
 //
+// Performance: the C library converts between two non-Unicode charsets in two steps and, when
+// the output is full, converts again what the second step could not take, which makes small
+// output buffers slow. When a text of 1 KiB or more is discarded into UTF-8, UTF-16, UTF-32,
+// UCS-2 or UCS-4, the two steps are made here, each a single step of the C library, with no
+// work done twice. Short texts, such as header values, go the direct way.
+//
 // Limit: the length of a character to skip is found by a second descriptor started in the
 // initial shift state, so for the C library's own stateful sources (ISO-2022-KR, ISO-2022-CN,
 // UTF-7) a character that the target cannot represent may be skipped byte by byte.
@@ -35,7 +41,7 @@ public:
     bool Open(const char* pszTo, const char* pszFrom);
     // As iconv_close: 0, or -1 with errno set. Everything is released either way.
     int Close();
-    void SetDiscardIlseq(bool bDiscard) { m_bDiscard = bDiscard; }
+    void SetDiscardIlseq(bool bDiscard);
 
     // As iconv(3). A null input writes the closing shift sequence (with a null output too,
     // only the state is reset); either way the next text starts afresh, byte-order marks
@@ -55,11 +61,23 @@ private:
     size_t SkipLength(const char* pIn, size_t nLeft);
     bool PutJp(const unsigned char* pChar, size_t nLen, char** ppOut, size_t* pnOutLeft);
     bool IbmToNec(unsigned char& c1, unsigned char& c2);
-    bool ReopenMain(const std::string& strFrom);
+    size_t ConvWide(char** ppIn, size_t* pnInLeft, char** ppOut, size_t* pnOutLeft);
+    bool ReopenSource(const std::string& strFrom);
+    void CloseWide();
+    bool OpenWide();
 
-    void* m_cd;            // iconv_t: effective source to effective target
-    void* m_cdProbe;       // iconv_t: effective source to UCS-4BE, to measure a character to skip
-    void* m_cdAux;         // iconv_t: CP932 to UCS-4BE, to check the IBM to NEC mapping
+    void* m_cd;      // iconv_t: effective source to effective target
+    void* m_cdProbe; // iconv_t: effective source to UCS-4BE, to measure a character to skip
+    void* m_cdAux;   // iconv_t: CP932 to UCS-4BE, to check the IBM to NEC mapping
+    // When discarding into a Unicode target, the conversion runs in two single steps through
+    // the C library's wide characters (see ConvWide); m_cdWideIn reads the source, m_cdWideOut
+    // writes the target. Null otherwise.
+    void* m_cdWideIn;
+    void* m_cdWideOut;
+    size_t m_nWideBound; // the most bytes one character takes in the target, 0: no wide path
+    bool m_bTextStart;   // nothing of the current text has been read yet
+    bool m_bUseWide;     // the current text goes the wide path
+    char m_szWide[1024];
     std::string m_strFrom; // effective source name handed to iconv
     std::string m_strTo;   // effective target name handed to iconv
     bool m_bDiscard;

@@ -142,8 +142,10 @@ TEST(ConvParser, ConvertsMailLabels) {
         {"ksc5601", "\xC7\xD1", kHan},
         {"iso-2022-kr", "\x1B$)C\x0EGQ\x0F!", kHan + "!"},
         {"shift_jis", "\x93\xFA\x96\x7B", kNihon},
-        {"cp932", "\x87\x40\x87\x54", "\xE2\x91\xA0\xE2\x85\xA0"},
-        {"ISO-2022-JP", "\x1B$BF|K\\-!\x1B(I1\x1B(B.", kNihon + "\xE2\x91\xA0\xEF\xBD\xB1."},
+        {"cp932", "\x87\x40\x87\x54\xFB\xFC", "\xE2\x91\xA0\xE2\x85\xA0\xE9\xAB\x99"},
+        // NEC row 13 (①), an IBM kanji (髙) and half-width katakana (ｱ).
+        {"ISO-2022-JP", "\x1B$BF|K\\-!|b\x1B(I1\x1B(B.",
+         kNihon + "\xE2\x91\xA0\xE9\xAB\x99\xEF\xBD\xB1."},
         {"euc-jp", "\xC6\xFC\xCB\xDC", kNihon},
         {"gb2312", "\xD6\xD0\xE9\x46", "\xE4\xB8\xAD\xE9\x95\x95"},
         {"big5", "\xA4\xA4\xA4\xE5", "\xE4\xB8\xAD\xE6\x96\x87"},
@@ -151,9 +153,11 @@ TEST(ConvParser, ConvertsMailLabels) {
         {"windows-1252", "\x80\x93", "\xE2\x82\xAC\xE2\x80\x9C"},
         {"utf8", kHan, kHan},
     };
-    for (const auto& c : kCases)
+    // Each converts to UTF-8 and back to the same bytes.
+    for (const auto& c : kCases) {
         EXPECT_EQ(ConvOnce(c.pszLabel, "UTF-8", c.strBytes), c.strUtf8) << c.pszLabel;
-    EXPECT_EQ(ConvOnce("UTF-8", "iso-2022-jp", kNihon + "\xE2\x91\xA0"), "\x1B$BF|K\\-!\x1B(B");
+        EXPECT_EQ(ConvOnce("UTF-8", c.pszLabel, c.strUtf8), c.strBytes) << c.pszLabel;
+    }
     // A large text crosses many output blocks.
     std::string strBig;
     for (int i = 0; i < 3000; ++i)
