@@ -37,7 +37,7 @@ public:
     int imap_utf7_reset(unsigned int& nState, unsigned char* pszOut, int nRoom);
 
 private:
-    static const unsigned long CONV_CHUNK = 1024;
+    static constexpr unsigned long CONV_CHUNK = 1024;
 
     std::string StrError(const char* pszPrefix);
 

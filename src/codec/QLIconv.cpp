@@ -3,7 +3,6 @@
 #include <cerrno>
 #include <cstring>
 #include <iconv.h>
-#include <strings.h>
 
 namespace {
 
@@ -19,14 +18,30 @@ inline iconv_t Cd(void* p) {
     return static_cast<iconv_t>(p);
 }
 
+// Names compare without regard to ASCII case, whatever the process locale says.
+bool SameName(const char* pszA, const char* pszB, size_t nMax) {
+    for (size_t i = 0; i < nMax; ++i) {
+        char a = pszA[i], b = pszB[i];
+        if (a >= 'a' && a <= 'z') a = static_cast<char>(a - 'a' + 'A');
+        if (b >= 'a' && b <= 'z') b = static_cast<char>(b - 'a' + 'A');
+        if (a != b) return false;
+        if (a == '\0') return true;
+    }
+    return true;
+}
+
+inline bool EqualName(const char* pszA, const char* pszB) {
+    return SameName(pszA, pszB, static_cast<size_t>(-1));
+}
+
 bool IsName(const char* pszName, const char* const* ppList) {
     for (; *ppList; ++ppList)
-        if (strcasecmp(pszName, *ppList) == 0) return true;
+        if (EqualName(pszName, *ppList)) return true;
     return false;
 }
 
 bool HasPrefix(const char* pszName, const char* pszPrefix) {
-    return strncasecmp(pszName, pszPrefix, strlen(pszPrefix)) == 0;
+    return SameName(pszName, pszPrefix, strlen(pszPrefix));
 }
 
 const char* const kUcs2[] = {"UCS-2", "UCS2", "ISO-10646-UCS-2", "CSUNICODE", nullptr};
@@ -43,7 +58,7 @@ struct Side {
 
 Side Resolve(const char* pszName) {
     Side side;
-    if (strcasecmp(pszName, "ISO-2022-JP-MS") == 0) {
+    if (EqualName(pszName, "ISO-2022-JP-MS")) {
         side.strName = "CP932";
         side.bJp = true;
     } else if (IsName(pszName, kUcs2)) {
@@ -196,7 +211,7 @@ void CQLIconv::SetDiscardIlseq(bool bDiscard) {
     if (!bDiscard || m_bJpFrom || m_bJpTo) return;
     // The wide path holds no output back, so it needs the size of the largest character.
     const char* pszTo = m_strTo.c_str();
-    if (strcasecmp(pszTo, "UTF-8") == 0 || strcasecmp(pszTo, "UTF8") == 0)
+    if (EqualName(pszTo, "UTF-8") || EqualName(pszTo, "UTF8"))
         m_nWideBound = 6; // the C library writes values up to 0x7FFFFFFF
     else if (HasPrefix(pszTo, "UTF-16") || HasPrefix(pszTo, "UTF-32") || HasPrefix(pszTo, "UCS-4"))
         m_nWideBound = 4;
