@@ -56,7 +56,8 @@ void BM_HdrDecodeSubject(benchmark::State& state) {
     const std::string strSubject =
         "Re: [dev] "
         "=?ks_c_5601-1987?B?x9Gx2yDF1726xq4guN7AzyDBprjxwNS0z7TZIMi4wMcgwM/BpCC+yLO7teW4s7TPtNk=?="
-        "\r\n =?utf-8?Q?=ED=9A=8C=EC=9D=98_=EC=9E=90=EB=A3=8C_=EC=B2=A8=EB=B6=80?= (2)";
+        "\r\n =?utf-8?Q?=ED=9A=8C=EC=9D=98_=EC=9E=90=EB=A3=8C_=EC=B2=A8=EB=B6=80?= (2) - please "
+        "reply by Friday";
     for (auto _ : state) {
         CQLHdrCodec codec;
         std::string strOut =
