@@ -47,9 +47,13 @@ public:
     static unsigned long GetLineCnt(const std::string& strData, const unsigned long& nFrom,
                                     const unsigned long& nTo);
 
+    // The first match of the needle in the haystack, or null.
+    static const char* FindBytes(const char* pHay, size_t nHay, const char* pNeedle,
+                                 size_t nNeedle);
+
 protected:
-    // Called after a file source was (re)opened, so a file source can drop what it cached.
-    virtual void OnFileOpened() {}
+    // The size of the file just opened in m_File; throws as CQLFileParser::GetSize does.
+    virtual long long OpenedFileSize() { return m_File.GetSize(); }
 
     CQLFileParser m_File;
     std::string m_strData;

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstring>
 #include <unistd.h>
+#include <vector>
 
 namespace {
 
@@ -14,15 +15,17 @@ const char* const kPrefix = "In CQLMimeFile::SubStr(), ";
 const char* const kInvalidParameter = "In CQLMimeFile::SubStr(), invalid parameter";
 
 unsigned long CountLF(const char* p, unsigned long n) {
-    return static_cast<unsigned long>(std::count(p, p + n, '\n'));
+    return CQLIMimeStr::GetLineCnt(p, n);
 }
 
 } // namespace
 
-CQLMimeFile::CQLMimeFile() : m_nWindowStart(0), m_nWindowLen(0) {}
+CQLMimeFile::CQLMimeFile()
+    : m_nWindowStart(0), m_nWindowLen(0), m_nEndSeen(static_cast<unsigned long>(-1)) {}
 
 CQLMimeFile::CQLMimeFile(const CQLMimeFile& other)
-    : CQLIMimeStr(), m_nWindowStart(0), m_nWindowLen(0) {
+    : CQLIMimeStr(), m_nWindowStart(0), m_nWindowLen(0),
+      m_nEndSeen(static_cast<unsigned long>(-1)) {
     m_strLastError = other.m_strLastError;
 }
 
@@ -45,25 +48,46 @@ void CQLMimeFile::Close() {
     m_File.Close();
 }
 
+long long CQLMimeFile::OpenedFileSize() {
+    InvalidateCache();
+    // A message is read from its start anyway: when the first window holds the whole file,
+    // its size is known without asking the system.
+    try {
+        if (Fill(0) && m_nEndSeen != static_cast<unsigned long>(-1)) return m_nEndSeen;
+    } catch (CQLExceptionParser&) {
+        InvalidateCache();
+    }
+    return m_File.GetSize();
+}
+
 void CQLMimeFile::InvalidateCache() {
     m_nWindowStart = 0;
     m_nWindowLen = 0;
+    m_nEndSeen = static_cast<unsigned long>(-1);
 }
 
 bool CQLMimeFile::Fill(unsigned long nOffset) {
-    if (m_vWindow.size() < kWindow) m_vWindow.resize(kWindow);
+    // Like the window's bytes, the end of the file once seen is not asked again.
+    if (nOffset >= m_nEndSeen) return false;
+    if (!m_pWindow) m_pWindow.reset(new char[kWindow]);
     const int nFD = m_File.GetFD();
     for (;;) {
-        ssize_t n = pread(nFD, m_vWindow.data(), kWindow, static_cast<off_t>(nOffset));
+        ssize_t n = pread(nFD, m_pWindow.get(), kWindow, static_cast<off_t>(nOffset));
         if (n < 0 && errno == EINTR) continue;
         if (n < 0) {
             InvalidateCache();
             throw CQLExceptionParser("In Read(" + m_File.GetFileName() + "), " + strerror(errno),
                                      0);
         }
+        // At the end of the file the old window stays: it is likely to be read again.
+        if (n == 0) {
+            m_nEndSeen = nOffset;
+            return false;
+        }
         m_nWindowStart = nOffset;
         m_nWindowLen = static_cast<unsigned long>(n);
-        return n > 0;
+        if (m_nWindowLen < kWindow) m_nEndSeen = m_nWindowStart + m_nWindowLen;
+        return true;
     }
 }
 
@@ -74,10 +98,11 @@ unsigned long CQLMimeFile::ReadAt(unsigned long nOffset, unsigned long nLen, cha
         if (nPos >= m_nWindowStart && nPos < m_nWindowStart + m_nWindowLen) {
             const unsigned long nTake =
                 std::min(nLen - nDone, m_nWindowStart + m_nWindowLen - nPos);
-            memcpy(pDest + nDone, m_vWindow.data() + (nPos - m_nWindowStart), nTake);
+            memcpy(pDest + nDone, m_pWindow.get() + (nPos - m_nWindowStart), nTake);
             nDone += nTake;
             continue;
         }
+        if (nPos >= m_nEndSeen) break;
         if (nLen - nDone >= kWindow) {
             // A large range goes straight to its destination.
             ssize_t n =
@@ -115,23 +140,66 @@ char CQLMimeFile::GetChar(int nOffset) {
     return c;
 }
 
-bool CQLMimeFile::ReadLine(unsigned long nOffset, std::string& strLine) {
-    strLine.clear();
-    unsigned long nPos = nOffset;
-    for (;;) {
-        if (!(nPos >= m_nWindowStart && nPos < m_nWindowStart + m_nWindowLen)) {
-            if (!Fill(nPos)) return !strLine.empty();
-        }
-        const char* pStart = m_vWindow.data() + (nPos - m_nWindowStart);
-        const unsigned long nAvail = m_nWindowStart + m_nWindowLen - nPos;
-        const char* pLF = static_cast<const char*>(memchr(pStart, '\n', nAvail));
-        if (pLF != nullptr) {
-            strLine.append(pStart, pLF - pStart + 1);
-            return true;
-        }
-        strLine.append(pStart, nAvail);
-        nPos += nAvail;
+bool CQLMimeFile::LineAt(unsigned long nOffset, const char*& pLine, unsigned long& nLine,
+                         std::string& strScratch) {
+    unsigned long nAvail = 0;
+    const char* pStart = WindowAt(nOffset, nAvail);
+    if (pStart == nullptr) return false;
+    const char* pLF = static_cast<const char*>(memchr(pStart, '\n', nAvail));
+    if (pLF != nullptr || nOffset + nAvail >= m_nEndSeen) {
+        // The whole line lies in the window.
+        pLine = pStart;
+        nLine = pLF ? pLF - pStart + 1 : nAvail;
+        return true;
     }
+    strScratch.assign(pStart, nAvail);
+    for (unsigned long nPos = nOffset + nAvail;; nPos += nAvail) {
+        pStart = WindowAt(nPos, nAvail);
+        if (pStart == nullptr) break;
+        pLF = static_cast<const char*>(memchr(pStart, '\n', nAvail));
+        if (pLF != nullptr) {
+            strScratch.append(pStart, pLF - pStart + 1);
+            break;
+        }
+        strScratch.append(pStart, nAvail);
+    }
+    pLine = strScratch.data();
+    nLine = strScratch.size();
+    return true;
+}
+
+bool CQLMimeFile::ReadLine(unsigned long nOffset, std::string& strLine) {
+    const char* pLine = nullptr;
+    unsigned long nLine = 0;
+    std::string strScratch;
+    if (!LineAt(nOffset, pLine, nLine, strScratch)) {
+        strLine.clear();
+        return false;
+    }
+    strLine.assign(pLine, nLine);
+    return true;
+}
+
+const char* CQLMimeFile::WindowAt(unsigned long nOffset, unsigned long& nAvail) {
+    if (!(nOffset >= m_nWindowStart && nOffset < m_nWindowStart + m_nWindowLen) && !Fill(nOffset))
+        return nullptr;
+    nAvail = m_nWindowStart + m_nWindowLen - nOffset;
+    return m_pWindow.get() + (nOffset - m_nWindowStart);
+}
+
+const char* CQLMimeFile::BlockAt(unsigned long nOffset, unsigned long nWant, unsigned long& nGot) {
+    unsigned long nAvail = 0;
+    const char* p = WindowAt(nOffset, nAvail);
+    if (p != nullptr && nAvail < nWant && nOffset + nAvail < m_nEndSeen) {
+        // The block runs past the window: move the window to it.
+        if (Fill(nOffset)) p = WindowAt(nOffset, nAvail);
+    }
+    nGot = p == nullptr ? 0 : std::min(nWant, nAvail);
+    if (p == nullptr || nGot == nWant || nOffset + nAvail >= m_nEndSeen) return p;
+    // Still short of the end (a read that gave less): read it out.
+    if (m_strBlock.size() < nWant) m_strBlock.resize(nWant);
+    nGot = ReadAt(nOffset, nWant, &m_strBlock[0]);
+    return m_strBlock.data();
 }
 
 unsigned long CQLMimeFile::Find(const std::string& strFind, unsigned long nFrom, int* pnLine,
@@ -142,12 +210,18 @@ unsigned long CQLMimeFile::Find(const std::string& strFind, unsigned long nFrom,
     if (nFind >= BLOCK) return NOT_FOUND;
     PrepareReadBuf();
     char* pBuf = &m_strReadBuf[0];
+    // Blocks are read into the scratch buffer, a NUL behind the bytes read, and the whole
+    // buffer is searched: after a short read, what an earlier read left behind the NUL can
+    // still match. Full blocks are searched where they lie; the buffer is brought to the
+    // state the reads would have left whenever that state can be seen.
+    const bool bInPlace = memchr(strFind.data(), '\0', nFind) == nullptr;
     unsigned long nStart = nFrom;
-    bool bFirst = true;
-    for (;;) {
+    unsigned long nPrevFull = NOT_FOUND; // start of the last full block not yet in the buffer
+    for (bool bFirst = true;; bFirst = false) {
         unsigned long nGot = 0;
+        const char* pBlock = nullptr;
         try {
-            nGot = ReadAt(nStart, BLOCK, pBuf);
+            pBlock = BlockAt(nStart, BLOCK, nGot);
         } catch (CQLExceptionParser& e) {
             m_strLastError = "In CQLMimeFile::Find(), " + e.GetLastError();
             return NOT_FOUND;
@@ -157,19 +231,33 @@ unsigned long CQLMimeFile::Find(const std::string& strFind, unsigned long nFrom,
             return NOT_FOUND;
         }
         const bool bEnd = nGot < BLOCK;
-        if (bFirst && pbCRLF != nullptr && pBuf[nFind - 1] == '\r' && pBuf[nFind] == '\n')
+        if (bEnd || !bInPlace) {
+            if (nPrevFull != NOT_FOUND && nGot + 1 < BLOCK) {
+                unsigned long nPrevGot = 0;
+                const char* pPrev = BlockAt(nPrevFull, BLOCK, nPrevGot);
+                memcpy(pBuf + nGot + 1, pPrev + nGot + 1, BLOCK - nGot - 1);
+                pBlock = BlockAt(nStart, BLOCK, nGot);
+            }
+            memcpy(pBuf, pBlock, nGot);
+            pBuf[nGot] = '\0';
+            pBlock = pBuf;
+        }
+        if (bFirst && pbCRLF != nullptr && pBlock[nFind - 1] == '\r' && pBlock[nFind] == '\n')
             *pbCRLF = 1;
-        bFirst = false;
-        pBuf[nGot] = '\0';
-        // The whole scratch buffer is searched: after a short read, what an earlier read left
-        // behind the NUL can still match.
-        const size_t nHit = m_strReadBuf.find(strFind);
-        if (nHit != std::string::npos) {
-            if (pnLine != nullptr) *pnLine += static_cast<int>(CountLF(pBuf, nHit));
+        const unsigned long nSearch = pBlock == pBuf ? m_strReadBuf.size() : nGot;
+        const char* pHit = FindBytes(pBlock, nSearch, strFind.data(), nFind);
+        if (pHit != nullptr) {
+            const unsigned long nHit = pHit - pBlock;
+            if (pnLine != nullptr) *pnLine += static_cast<int>(CountLF(pBlock, nHit));
+            if (pBlock != pBuf) {
+                memcpy(pBuf, pBlock, nGot);
+                pBuf[nGot] = '\0';
+            }
             return nStart + nHit;
         }
         if (bEnd) return NOT_FOUND;
-        if (pnLine != nullptr) *pnLine += static_cast<int>(CountLF(pBuf, nGot));
+        if (pnLine != nullptr) *pnLine += static_cast<int>(CountLF(pBlock, nGot));
+        nPrevFull = pBlock == pBuf ? NOT_FOUND : nStart;
         // The next block re-reads the last bytes of this one.
         nStart = nStart + nGot - nFind;
     }
@@ -184,22 +272,36 @@ unsigned long CQLMimeFile::FastLineCnt(unsigned long nOffset, unsigned long nLen
     PrepareReadBuf();
     char* pBuf = &m_strReadBuf[0];
     try {
+        unsigned long nGot = 0;
         if (nLen < BLOCK) {
-            const unsigned long nGot = ReadAt(nOffset, nLen, pBuf);
+            const char* pBlock = BlockAt(nOffset, nLen, nGot);
             if (nGot == 0) {
                 m_strLastError = kLinePrefix + m_File.GetLastError();
                 return 0;
             }
+            memcpy(pBuf, pBlock, nGot);
             return CountLF(pBuf, nGot);
         }
-        unsigned long nSum = 0, nDone = 0;
+        // Blocks of 4096 bytes; the scratch buffer ends as the block reads leave it.
+        unsigned long nSum = 0, nDone = 0, nLast = NOT_FOUND, nPrev = NOT_FOUND, nLastGot = 0;
         while (nDone < nLen) {
             const unsigned long nWant = std::min(BLOCK, nLen - nDone);
-            const unsigned long nGot = ReadAt(nOffset + nDone, nWant, pBuf);
+            const char* pBlock = BlockAt(nOffset + nDone, nWant, nGot);
             if (nGot == 0) break; // the end of the file
-            nSum += CountLF(pBuf, nGot);
+            nSum += CountLF(pBlock, nGot);
+            nPrev = nLast;
+            nLast = nOffset + nDone;
+            nLastGot = nGot;
             nDone += nGot;
             if (nGot < nWant) break;
+        }
+        if (nLast != NOT_FOUND) {
+            if (nPrev != NOT_FOUND && nLastGot < BLOCK) {
+                const char* pPrev = BlockAt(nPrev, BLOCK, nGot);
+                memcpy(pBuf + nLastGot, pPrev + nLastGot, nGot - nLastGot);
+            }
+            const char* pLast = BlockAt(nLast, nLastGot, nGot);
+            memcpy(pBuf, pLast, nGot);
         }
         return nSum;
     } catch (CQLExceptionParser& e) {

@@ -3,8 +3,8 @@
 
 #include "mime/QLIMimeStr.h"
 
+#include <memory>
 #include <string>
-#include <vector>
 
 // A message in a file, never held in memory as a whole. m_strData holds the path.
 //
@@ -37,12 +37,16 @@ public:
     // The line at the offset with its line break (CR kept), or to the end of the file when
     // no LF follows; false when nothing is left. Throws CQLExceptionParser on a read error.
     bool ReadLine(unsigned long nOffset, std::string& strLine);
+    // The same line without a copy where it lies in the read-ahead window: pLine points into
+    // the window or into strScratch, and stays valid until the next read.
+    bool LineAt(unsigned long nOffset, const char*& pLine, unsigned long& nLine,
+                std::string& strScratch);
     CQLFileParser* GetFileObject() { return &m_File; }
     // Forgets the read-ahead window; needed when the file under m_File changes.
     void InvalidateCache();
 
 protected:
-    void OnFileOpened() override { InvalidateCache(); }
+    long long OpenedFileSize() override;
 
 private:
     static constexpr unsigned long BLOCK = 4096;
@@ -51,13 +55,19 @@ private:
     unsigned long ReadAt(unsigned long nOffset, unsigned long nLen, char* pDest);
     // Makes the window hold nOffset; false at the end of the file.
     bool Fill(unsigned long nOffset);
+    // The window's bytes from nOffset on, or null at the end of the file.
+    const char* WindowAt(unsigned long nOffset, unsigned long& nAvail);
+    // nWant bytes at nOffset (fewer at the end of the file), from the window where they lie.
+    const char* BlockAt(unsigned long nOffset, unsigned long nWant, unsigned long& nGot);
     void PrepareReadBuf();
     unsigned long ClampToLength(unsigned long nOffset, unsigned long nLen) const;
 
     std::string m_strReadBuf;
-    std::vector<char> m_vWindow;
+    std::string m_strBlock;
+    std::unique_ptr<char[]> m_pWindow;
     unsigned long m_nWindowStart;
     unsigned long m_nWindowLen;
+    unsigned long m_nEndSeen; // the end of the file where a read found it, all ones before
 };
 
 #endif

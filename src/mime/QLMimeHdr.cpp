@@ -25,6 +25,17 @@ inline bool IsBlankLine(const LineView& line) {
            (line.n == 2 && line.p[0] == '\r' && line.p[1] == '\n');
 }
 
+// Content types are short: trimming into a small string mostly costs no allocation.
+std::string TrimmedCopy(const std::string& strText) {
+    size_t nFrom = 0, nTo = strText.size();
+    while (nFrom < nTo && CQLStringParser::m_TableTrim[static_cast<unsigned char>(strText[nFrom])])
+        ++nFrom;
+    while (nTo > nFrom &&
+           CQLStringParser::m_TableTrim[static_cast<unsigned char>(strText[nTo - 1])])
+        --nTo;
+    return strText.substr(nFrom, nTo - nFrom);
+}
+
 inline bool HasColon(const LineView& line) {
     return memchr(line.p, ':', line.n) != nullptr;
 }
@@ -53,9 +64,9 @@ public:
     explicit FileLineReader(CQLMimeFile* pFile) : m_pFile(pFile) {}
     LineView operator()(unsigned long nPos) {
         LineView line;
-        if (!m_pFile->ReadLine(nPos, m_strLine)) return line;
-        line.p = m_strLine.data();
-        line.n = m_strLine.size();
+        unsigned long nLine = 0;
+        if (!m_pFile->LineAt(nPos, line.p, nLine, m_strLine)) return LineView();
+        line.n = nLine;
         return line;
     }
 
@@ -63,11 +74,6 @@ private:
     CQLMimeFile* m_pFile;
     std::string m_strLine;
 };
-
-const CQLMimeHdrItem& EmptyItem() {
-    static const CQLMimeHdrItem item;
-    return item;
-}
 
 } // namespace
 
@@ -151,8 +157,8 @@ bool CQLMimeHdr::ParseField(LineReader& reader, unsigned long nOffset, unsigned 
         ++m_nLineCnt;
         nPos += line.n;
     }
-    AddHdrItem(strRaw, nColon);
     nSize = strRaw.size();
+    AddField(std::move(strRaw), nColon);
     return true;
 }
 
@@ -179,27 +185,36 @@ bool CQLMimeHdr::ParseFileLine(CQLMimeFile* pMimeFile, const unsigned long& nOff
 }
 
 void CQLMimeHdr::AddHdrItem(const std::string& strLine, int nColon) {
-    push_back(EmptyItem());
+    AddField(std::string(strLine), nColon);
+}
+
+void CQLMimeHdr::AddField(std::string&& strRaw, int nColon) {
+    emplace_back();
     CQLMimeHdrItem& item = back();
 
-    std::string strCopy = strLine;
     // A bare LF at the end stays: fields of LF-only mail keep it.
-    if (!strCopy.empty() && strCopy.back() == '\r')
-        strCopy.pop_back();
-    else if (strCopy.size() >= 2 && strCopy.compare(strCopy.size() - 2, 2, "\r\n") == 0)
-        strCopy.resize(strCopy.size() - 2);
-    item.m_strRaw = strCopy;
+    if (!strRaw.empty() && strRaw.back() == '\r')
+        strRaw.pop_back();
+    else if (strRaw.size() >= 2 && strRaw.compare(strRaw.size() - 2, 2, "\r\n") == 0)
+        strRaw.resize(strRaw.size() - 2);
+    item.m_strRaw = std::move(strRaw);
+    const std::string& strCopy = item.m_strRaw;
 
-    CQLStringParser str;
     const size_t nCut = nColon < 0 ? 0 : std::min<size_t>(nColon, strCopy.size());
-    item.m_strName = str.Trim(strCopy.substr(0, nCut), CQLStringParser::TRIM_BOTH);
+    size_t nFrom = 0, nTo = nCut;
+    while (nFrom < nTo && CQLStringParser::m_TableTrim[static_cast<unsigned char>(strCopy[nFrom])])
+        ++nFrom;
+    while (nTo > nFrom &&
+           CQLStringParser::m_TableTrim[static_cast<unsigned char>(strCopy[nTo - 1])])
+        --nTo;
+    item.m_strName.assign(strCopy, nFrom, nTo - nFrom);
 
     const size_t nValueAt = static_cast<size_t>(nColon) + 1;
     if (nColon >= 0 && nValueAt < strCopy.size()) {
         size_t nStart = nValueAt;
         if (strCopy[nStart] == ' ' && nValueAt + 1 < strCopy.size())
             while (nStart < strCopy.size() && strCopy[nStart] == ' ') ++nStart;
-        item.m_strValue = strCopy.substr(nStart);
+        item.m_strValue.assign(strCopy, nStart, std::string::npos);
     }
 
     if (!m_bAttachment && item.m_strName.size() >= 19 &&
@@ -233,7 +248,6 @@ CQLMimeHdrItem* CQLMimeHdr::FindHdrItem(const char* pszName, const unsigned int&
 
 void CQLMimeHdr::GetContentType(CQLMimeConst::CT& ct, CQLMimeConst::SUBCT& subct,
                                 CQLMimeConst::ENCODER& enc) const {
-    CQLStringParser str;
     bool bType = false, bEncoding = false;
     for (const CQLMimeHdrItem& item : *this) {
         if (bType && bEncoding) break;
@@ -242,7 +256,7 @@ void CQLMimeHdr::GetContentType(CQLMimeConst::CT& ct, CQLMimeConst::SUBCT& subct
             strncasecmp(name.c_str(), CQLMimeConst::m_szContentType,
                         CQLMimeConst::m_nContentTypeLen) == 0) {
             bType = true;
-            const std::string v = str.Trim(item.m_strValue, CQLStringParser::TRIM_BOTH);
+            const std::string v = TrimmedCopy(item.m_strValue);
             int i = 0;
             while (CQLMimeConst::m_szMIMEType[i] != nullptr &&
                    strncasecmp(v.c_str(), CQLMimeConst::m_szMIMEType[i],
@@ -267,7 +281,7 @@ void CQLMimeHdr::GetContentType(CQLMimeConst::CT& ct, CQLMimeConst::SUBCT& subct
                    strncasecmp(name.c_str(), CQLMimeConst::m_szTransferEncoding,
                                CQLMimeConst::m_nTransferEncodingLen) == 0) {
             bEncoding = true;
-            const std::string v = str.Trim(item.m_strValue, CQLStringParser::TRIM_BOTH);
+            const std::string v = TrimmedCopy(item.m_strValue);
             const char* p = v.c_str();
             switch (v.size()) {
             case 16:

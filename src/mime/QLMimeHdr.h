@@ -19,6 +19,8 @@ public:
     CQLMimeHdr();
     CQLMimeHdr(const CQLMimeHdr& other) = default;
     CQLMimeHdr& operator=(const CQLMimeHdr& other) = default;
+    CQLMimeHdr(CQLMimeHdr&& other) = default;
+    CQLMimeHdr& operator=(CQLMimeHdr&& other) = default;
     virtual ~CQLMimeHdr() {}
 
     void Init();
@@ -49,6 +51,7 @@ public:
     bool m_bAttachment;
 
 private:
+    void AddField(std::string&& strRaw, int nColon);
     unsigned long ParseBlock(CQLIMimeStr* pMimeStr, unsigned long nOffset);
     // Reads one field with the given way of getting a line at an offset.
     template <class LineReader>

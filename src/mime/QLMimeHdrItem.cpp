@@ -30,42 +30,72 @@ std::string Unfold(const std::string& strValue) {
 
 } // namespace
 
-std::string CQLMimeHdrItem::GetParameter(const char* pszName, unsigned int nLen) const {
-    if (pszName == nullptr) return std::string();
+namespace {
+
+inline bool IsTrimByte(char c) {
+    return CQLStringParser::m_TableTrim[static_cast<unsigned char>(c)] != 0;
+}
+
+// Both-sided white-space trim of [p, p + n) without copying.
+inline void TrimView(const char*& p, size_t& n) {
+    while (n > 0 && IsTrimByte(*p)) ++p, --n;
+    while (n > 0 && IsTrimByte(p[n - 1])) --n;
+}
+
+std::string ExtendedParameter(const std::string& strValue, size_t nToken) {
+    // This token and every one behind it, as Tokenize gives them, go to the joiner.
     CQLStringParser str;
     std::vector<std::string> vTokens;
-    // Quotes are not looked at: a quoted value holding ";" is cut there.
-    const int nTokens = str.Tokenize(m_strValue, vTokens, ';');
+    const int nTokens = str.Tokenize(strValue, vTokens, ';');
+    std::string strJoined = str.Trim(vTokens[nToken], CQLStringParser::TRIM_BOTH) + ";";
+    for (int j = static_cast<int>(nToken) + 1; j < nTokens; ++j) strJoined += vTokens[j] + ";";
+    strJoined.erase(strJoined.size() - 1);
+    CQLCodecParser codec;
+    std::string strParamName, strCharset, strLanguage;
+    const std::string strRaw =
+        codec.DecodeRfc2231(strJoined, strParamName, strCharset, strLanguage);
+    CQLMimeCodec mimeCodec;
+    const std::string strDecoded = mimeCodec.URLDecode(strRaw.c_str());
+    if (strCharset.empty()) return strDecoded;
+    const bool bBreakLines = false;
+    const int nLineLen = 54;
+    return "=?" + strCharset + "?B?" + codec.EncodeB64(strDecoded, bBreakLines, true, nLineLen) +
+           "?=";
+}
+
+} // namespace
+
+std::string CQLMimeHdrItem::GetParameter(const char* pszName, unsigned int nLen) const {
+    if (pszName == nullptr) return std::string();
     const size_t nNameLen = strlen(pszName);
-    for (int i = 0; i < nTokens; ++i) {
-        const std::string strToken = str.Trim(vTokens[i], CQLStringParser::TRIM_BOTH);
-        const size_t nEq = strToken.find('=');
-        if (nEq == std::string::npos) continue;
-        const std::string strName = str.Trim(strToken.substr(0, nEq), CQLStringParser::TRIM_BOTH);
+    // Tokens at every ";", quotes not looked at: a quoted value holding ";" is cut there.
+    const char* const pEnd = m_strValue.data() + m_strValue.size();
+    size_t nToken = 0;
+    for (const char* pTok = m_strValue.data(); pTok < pEnd; ++nToken) {
+        const char* pSemi = static_cast<const char*>(memchr(pTok, ';', pEnd - pTok));
+        const char* pTokEnd = pSemi ? pSemi : pEnd;
+        const char* p = pTok;
+        size_t n = pTokEnd - pTok;
+        pTok = pSemi ? pSemi + 1 : pEnd;
+        TrimView(p, n);
+        const char* pEq = static_cast<const char*>(memchr(p, '=', n));
+        if (pEq == nullptr) continue;
+        const char* pName = p;
+        size_t nName = pEq - p;
+        TrimView(pName, nName);
+        // The comparison runs over nLen bytes, as strncasecmp on the name's own text would.
+        const std::string strName(pName, nName);
         if (strncasecmp(strName.c_str(), pszName, nLen) != 0) continue;
-        if (strName.size() == nNameLen && strcasecmp(strName.c_str(), pszName) == 0) {
-            std::string strValue = str.Trim(strToken.substr(nEq + 1), CQLStringParser::TRIM_BOTH);
-            if (strValue.find('\n') != std::string::npos) strValue = Unfold(strValue);
-            str.Trim(strValue, CQLStringParser::TRIM_BOTH, '"');
+        if (nName == nNameLen && strcasecmp(strName.c_str(), pszName) == 0) {
+            const char* pValue = pEq + 1;
+            size_t nValue = (p + n) - pValue;
+            TrimView(pValue, nValue);
+            std::string strValue(pValue, nValue);
+            if (memchr(pValue, '\n', nValue) != nullptr) strValue = Unfold(strValue);
+            CQLStringParser().Trim(strValue, CQLStringParser::TRIM_BOTH, '"');
             return strValue;
         }
-        if (strName.size() > nLen && strName[nLen] == '*') {
-            // RFC 2231: this token and all behind it go to the joiner of continuations.
-            std::string strJoined = strToken + ";";
-            for (int j = i + 1; j < nTokens; ++j) strJoined += vTokens[j] + ";";
-            strJoined.erase(strJoined.size() - 1);
-            CQLCodecParser codec;
-            std::string strParamName, strCharset, strLanguage;
-            const std::string strRaw =
-                codec.DecodeRfc2231(strJoined, strParamName, strCharset, strLanguage);
-            CQLMimeCodec mimeCodec;
-            const std::string strValue = mimeCodec.URLDecode(strRaw.c_str());
-            if (strCharset.empty()) return strValue;
-            const bool bBreakLines = false;
-            const int nLineLen = 54;
-            return "=?" + strCharset + "?B?" +
-                   codec.EncodeB64(strValue, bBreakLines, true, nLineLen) + "?=";
-        }
+        if (nName > nLen && pName[nLen] == '*') return ExtendedParameter(m_strValue, nToken);
     }
     return std::string();
 }

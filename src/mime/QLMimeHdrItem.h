@@ -14,6 +14,8 @@ public:
                    const std::string& strRaw)
         : m_strName(strName), m_strValue(strValue), m_strRaw(strRaw) {}
     CQLMimeHdrItem& operator=(const CQLMimeHdrItem& other) = default;
+    CQLMimeHdrItem(CQLMimeHdrItem&& other) = default;
+    CQLMimeHdrItem& operator=(CQLMimeHdrItem&& other) = default;
     virtual ~CQLMimeHdrItem() {}
 
     void Init() {

@@ -252,6 +252,10 @@ unsigned long CQLMimeMsg::Parse(CQLIMimeStr* pMimeStr, unsigned long nOffset, un
             CQLMimeMsg* pFinished = stack.back().pNode;
             if (stack.size() == 1) {
                 nPartCnt = stack.back().nPartCnt;
+                if (nOffset == 0 && !empty() && front() != this) {
+                    front()->m_Hdr = std::move(m_Hdr);
+                    m_Hdr.clear();
+                }
                 return nResult;
             }
             stack.pop_back();
@@ -327,7 +331,7 @@ bool CQLMimeMsg::ParseHead(ParseFrame& frame, CQLFixedObjPoolParser<CQLMimeMsg>&
         pRecord->m_CT = m_CT;
         pRecord->m_SubCT = m_SubCT;
         pRecord->m_Encoder = m_Encoder;
-        pRecord->m_Hdr = m_Hdr;
+        // The record takes the header block over when the parse of the top ends.
         pRecord->m_strCharSet = m_strCharSet;
         pRecord->m_strCID = m_strCID;
         pRecord->m_strFilename = m_strFilename;
@@ -536,8 +540,11 @@ void CQLMimeMsg::Sync(CQLMimeMsg* pMsg) {
 
 std::string CQLMimeMsg::GetOffSetStr() const {
     std::string strOut;
-    strOut.reserve(64 + m_strDepth.size() + m_strCharSet.size() + m_strCID.size() +
-                   m_strFilename.size());
+    AppendOffSetStr(strOut);
+    return strOut;
+}
+
+void CQLMimeMsg::AppendOffSetStr(std::string& strOut) const {
     AppendNumber(strOut, static_cast<int>(m_nHSO));
     AppendNumber(strOut, static_cast<int>(m_nHEO));
     AppendNumber(strOut, static_cast<int>(m_nTSO));
@@ -561,14 +568,18 @@ std::string CQLMimeMsg::GetOffSetStr() const {
     strOut += ',';
     strOut += m_strFilename;
     strOut += ',';
-    return strOut;
 }
 
 std::string CQLMimeMsg::GetFormat() const {
     std::string strOut;
     if (!m_bWrapper) return strOut;
+    size_t nSize = 0;
+    for (const CQLMimeMsg* pEntry : *this)
+        nSize += 100 + pEntry->m_strDepth.size() + pEntry->m_strCharSet.size() +
+                 pEntry->m_strCID.size() + pEntry->m_strFilename.size();
+    strOut.reserve(nSize);
     for (const CQLMimeMsg* pEntry : *this) {
-        strOut += pEntry->GetOffSetStr();
+        pEntry->AppendOffSetStr(strOut);
         strOut += '\x05';
     }
     return strOut;
@@ -1006,9 +1017,9 @@ std::string CQLMimeMsg::GetCharSet() {
     if (!m_strMainCharSet.empty()) return m_strMainCharSet;
     const std::string strSubject = GetSubject();
     if (strSubject.empty()) return std::string();
+    // Decode with O_ITEM_CS throws its text away: only the word charset is worked out.
     CQLHdrCodec codec;
-    const std::string strWordCharset =
-        codec.Decode(strSubject, "UTF-8", "", CQLHdrCodec::O_ITEM_CS);
+    const std::string strWordCharset = codec.GetWordCharset(strSubject);
     if (!strWordCharset.empty()) return strWordCharset;
     return DetectCharset(strSubject);
 }

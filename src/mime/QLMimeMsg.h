@@ -143,6 +143,7 @@ public:
 
 private:
     struct ParseFrame;
+    void AppendOffSetStr(std::string& strOut) const;
     void CopyFrom(const CQLMimeMsg& other);
     // Steps of Parse for one entity; the walk over the children is done by Parse itself,
     // without recursion, so that nesting depth costs no stack.

@@ -4,12 +4,15 @@
 
 #include <cerrno>
 #include <cstring>
+#include <emmintrin.h>
 #include <stdexcept>
 #include <unistd.h>
 
 namespace {
+
 const char* const kInvalidParameter = "In CQLMimeStr::SubStr, invalid parameter";
-}
+
+} // namespace
 
 char CQLMimeStr::GetChar(int nOffset) {
     // Offsets are unsigned 32-bit in the tree; the int only carries them.
@@ -19,8 +22,11 @@ char CQLMimeStr::GetChar(int nOffset) {
 
 unsigned long CQLMimeStr::Find(const std::string& strFind, unsigned long nFrom, int* pnLine,
                                int* pbCRLF) {
-    const size_t nHit = m_strData.find(strFind, nFrom);
-    if (nHit == std::string::npos) return NOT_FOUND;
+    if (nFrom > m_strData.size() || strFind.size() > m_strData.size() - nFrom) return NOT_FOUND;
+    const char* pHit = CQLIMimeStr::FindBytes(m_strData.data() + nFrom, m_strData.size() - nFrom,
+                                              strFind.data(), strFind.size());
+    if (pHit == nullptr) return NOT_FOUND;
+    const size_t nHit = pHit - m_strData.data();
     if (pbCRLF != nullptr) {
         // Looked at relative to where the search began, not to the match.
         const unsigned long nAt = nFrom + strFind.size();
