@@ -6,4 +6,4 @@ cd "$(dirname "$0")/.."
 cmake -S . -B build -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
 cmake --build build -j "$(nproc)" --target qlmail-tool
 ./build/tools/qlmail --version
-./build/tools/qlmail b64 < samples/hello.b64
+./build/tools/qlmail parts samples/korean-attachment.eml

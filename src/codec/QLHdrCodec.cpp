@@ -3,6 +3,9 @@
 #include "codec/QLConvParser.h"
 #include "foundation/QLStringParser.h"
 
+#include <cstdlib>
+#include <cstring>
+
 namespace {
 
 const char base64_table[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
@@ -26,6 +29,39 @@ int HexValue(unsigned char c) {
     if (c >= 'A' && c <= 'F') return c - 'A' + 10;
     if (c >= 'a' && c <= 'f') return c - 'a' + 10;
     return -1;
+}
+
+// Printable ASCII without "=": no encoded word, no escape, no line break.
+bool IsPlainAscii(const std::string& strText) {
+    for (char c : strText)
+        if (c < 0x20 || c > 0x7E || c == '=' || c == '\\' || c == '~') return false;
+    return true;
+}
+
+// Labels of charsets that always open and carry printable ASCII (but for "\\" and "~", which
+// some Japanese tables move) as themselves. The empty label converts nothing.
+bool IsAsciiLabel(const std::string& strLabel) {
+    static const char* const kLabels[] = {"",       "us-ascii", "ascii",   "utf-8",
+                                          "utf8",   "latin1",   "euc-kr",  "ks_c_5601-1987",
+                                          "cp949",  "uhc",      "euc-jp",  "iso-2022-jp",
+                                          "gb2312", "gbk",      "gb18030", "big5",
+                                          "koi8-r", "koi8-u"};
+    if (strLabel.size() > 20) return false;
+    std::string strLower(strLabel);
+    for (char& c : strLower)
+        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+    for (const char* pszLabel : kLabels)
+        if (strLower == pszLabel) return true;
+    for (const char* pszFamily : {"iso-8859-", "windows-125", "cp125"}) {
+        const size_t n = strlen(pszFamily);
+        if (strLower.compare(0, n, pszFamily) != 0 || strLower.size() == n) continue;
+        const std::string strRest = strLower.substr(n);
+        if (strRest.find_first_not_of("0123456789") != std::string::npos) continue;
+        const int nNum = atoi(strRest.c_str());
+        if (pszFamily[0] == 'i' ? (nNum >= 1 && nNum <= 16 && nNum != 12) : strRest.size() == 1)
+            return true;
+    }
+    return false;
 }
 
 } // namespace
@@ -174,9 +210,30 @@ bool CQLHdrCodec::DecodeQP(const std::string& strEncoded, std::string& strOut) {
 
 std::string CQLHdrCodec::Decode(const std::string& strText, const std::string& strToCharset,
                                 const std::string& strDefaultCharset, const int& nOptions) {
+    return DecodeText(strText, strToCharset, strDefaultCharset, nOptions, true);
+}
+
+std::string CQLHdrCodec::GetWordCharset(const std::string& strText) {
+    return DecodeText(strText, "UTF-8", "", O_ITEM_CS, false);
+}
+
+std::string CQLHdrCodec::DecodeText(const std::string& strText, const std::string& strToCharset,
+                                    const std::string& strDefaultCharset, int nOptions,
+                                    bool bConvert) {
     if (strText.empty()) return std::string();
     m_bBadCharset = false;
     m_bHasCharset = true;
+
+    // Plain ASCII text in an ASCII charset is one plain run that converts to itself: the
+    // converter, whose opening can cost a shared-library load, is not needed.
+    if (IsPlainAscii(strText) && IsAsciiLabel(strDefaultCharset) && IsAsciiLabel(strToCharset)) {
+        m_bHasCharset = false;
+        std::string strResult = strText;
+        if (nOptions & O_CONV_LTGT) strResult = LtGt(strResult);
+        if (nOptions & O_TRIM_DQ) strResult = TrimDQ(strResult);
+        if (nOptions & O_ITEM_CS) strResult.clear();
+        return strResult;
+    }
 
     CQLConvParser conv;
     CQLStringParser str;
@@ -194,6 +251,7 @@ std::string CQLHdrCodec::Decode(const std::string& strText, const std::string& s
                 return;
             }
         }
+        if (!bConvert) return;
         if (conv.Open(strFrom, strToCharset, bDiscard)) {
             strResult += conv.Conv(strPending);
         } else {
@@ -255,9 +313,9 @@ std::string CQLHdrCodec::Decode(const std::string& strText, const std::string& s
             strWordCharset = str.ToLower(strWordCharset);
             if (strWordCharset == "us-ascii") strWordCharset = strDefaultCharset;
             // An empty name here fails to open like any unknown one.
-            if (conv.Open(strWordCharset, strToCharset, bDiscard)) {
+            if (bConvert && conv.Open(strWordCharset, strToCharset, bDiscard)) {
                 strResult += conv.Conv(strPending);
-            } else {
+            } else if (bConvert) {
                 strResult += strPending;
                 m_bBadCharset = true;
             }
@@ -267,7 +325,7 @@ std::string CQLHdrCodec::Decode(const std::string& strText, const std::string& s
     }
 
     // A value with a label that cannot be opened is taken to be wholly in the default charset.
-    if (m_bBadCharset && !strDefaultCharset.empty()) {
+    if (bConvert && m_bBadCharset && !strDefaultCharset.empty()) {
         if (conv.Open(strDefaultCharset, strToCharset, bDiscard)) strResult = conv.Conv(strResult);
     }
 

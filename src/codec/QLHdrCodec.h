@@ -20,6 +20,9 @@ public:
 
     std::string Decode(const std::string& strText, const std::string& strToCharset,
                        const std::string& strDefaultCharset, const int& nOptions);
+    // The charset that Decode with O_ITEM_CS gives for the text, found without converting
+    // anything; the two flags have no meaning afterwards.
+    std::string GetWordCharset(const std::string& strText);
     std::string Encode(const std::string& strText, const std::string& strCharset, bool bBase64,
                        int nChunkLen);
     bool HasCharset() { return m_bHasCharset; }
@@ -37,6 +40,9 @@ public:
     std::string TrimDQ(const std::string& strText);
 
 private:
+    std::string DecodeText(const std::string& strText, const std::string& strToCharset,
+                           const std::string& strDefaultCharset, int nOptions, bool bConvert);
+
     bool m_bBadCharset;
     bool m_bHasCharset;
 };

@@ -1,5 +1,9 @@
 // Runs the command-line tool as a user would, through the shell.
+#include "mime/QLMimeMsg.h"
+
 #include <gtest/gtest.h>
+
+#include <algorithm>
 
 #include <array>
 #include <cstdio>
@@ -48,4 +52,46 @@ TEST(Tool, BadUsageIsExitTwoWithOneLine) {
         ASSERT_FALSE(r.strOut.empty()) << pszArgs;
         EXPECT_EQ(r.strOut.find('\n'), r.strOut.size() - 1) << pszArgs << ": " << r.strOut;
     }
+}
+
+namespace {
+
+std::string Sample(const char* pszName) {
+    return std::string(QLMAIL_SOURCE_DIR) + "/samples/" + pszName;
+}
+
+} // namespace
+
+TEST(Tool, PartsAndFormatOfTheSamples) {
+    RunResult parts = RunTool("parts " + Sample("alternative-inline-image.eml"));
+    EXPECT_EQ(parts.nExit, 0);
+    // A heading and one line per part: the top, plain, related, html, the inline picture.
+    EXPECT_EQ(std::count(parts.strOut.begin(), parts.strOut.end(), '\n'), 6);
+    EXPECT_NE(parts.strOut.find("\n2.2.\timage/gif\tbase64\t"), std::string::npos) << parts.strOut;
+    EXPECT_NE(parts.strOut.find("\t<dot@example.com>\tdot.gif\n"), std::string::npos);
+
+    RunResult json = RunTool("parts --json " + Sample("korean-attachment.eml"));
+    EXPECT_EQ(json.nExit, 0);
+    EXPECT_NE(
+        json.strOut.find("\"filename\": \"\xEB\xB6\x84\xEA\xB8\xB0 \xEB\xA7\xA4\xEC\xB6\x9C.txt\""),
+        std::string::npos)
+        << json.strOut;
+    EXPECT_NE(json.strOut.find("\"number\": \"2.\", \"type\": \"application\""), std::string::npos);
+
+    CQLMimeMsg msg;
+    ASSERT_TRUE(msg.Open(Sample("plain.eml"), true));
+    EXPECT_EQ(RunTool("format " + Sample("plain.eml")).strOut, msg.GetFormat());
+    RunResult formatJson = RunTool("format --json " + Sample("plain.eml"));
+    EXPECT_NE(formatJson.strOut.find("\\u0005\"}"), std::string::npos) << formatJson.strOut;
+}
+
+TEST(Tool, MessageCommandFailures) {
+    for (const char* pszArgs :
+         {"parts /nonexistent/x.eml", "format /", "parts --json /nonexistent"}) {
+        RunResult r = RunTool(pszArgs);
+        EXPECT_EQ(r.nExit, 1) << pszArgs;
+        EXPECT_EQ(r.strOut.find('\n'), r.strOut.size() - 1) << pszArgs << ": " << r.strOut;
+    }
+    EXPECT_EQ(RunTool("parts").nExit, 2);
+    EXPECT_EQ(RunTool("format a b").nExit, 2);
 }

@@ -1,0 +1,72 @@
+#ifndef QLMAIL_FUZZ_FUZZCOMMON_H
+#define QLMAIL_FUZZ_FUZZCOMMON_H
+
+#include "mime/QLMimeMsg.h"
+
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <sys/mman.h>
+#include <unistd.h>
+
+// The bytes as a file that CQLMimeFile can open by path, without touching the disk.
+class MemFile {
+public:
+    explicit MemFile(const std::string& strData) {
+        m_nFD = memfd_create("qlmail-fuzz", 0);
+        size_t nDone = 0;
+        while (m_nFD >= 0 && nDone < strData.size()) {
+            ssize_t n = write(m_nFD, strData.data() + nDone, strData.size() - nDone);
+            if (n <= 0) break;
+            nDone += static_cast<size_t>(n);
+        }
+        m_strPath = "/proc/self/fd/" + std::to_string(m_nFD);
+    }
+    ~MemFile() {
+        if (m_nFD >= 0) close(m_nFD);
+    }
+    const std::string& Path() const { return m_strPath; }
+
+private:
+    int m_nFD;
+    std::string m_strPath;
+};
+
+// Every reading operation of every entry; the library may refuse, but never crash.
+inline void ReadEveryPart(CQLMimeMsg& msg) {
+    std::string strBody;
+    for (CQLMimeMsg* p : msg) {
+        p->GetBody(strBody, true);
+        p->GetBody(strBody, false);
+        std::ostringstream out;
+        p->GetBody(out, true);
+        try {
+            // A stream from memory refuses an offset past the end by the standard exception.
+            p->GetBody(out, false);
+            p->GetMIME(out);
+            p->GetHdr(out);
+        } catch (const std::out_of_range&) {
+        } catch (const CQLExceptionParser&) {
+        }
+        p->GetCID();
+        p->GetSubject();
+        p->GetDateStr();
+        p->GetSentDate();
+        p->GetRecentRecvDate();
+        bool bAttachment = false;
+        p->GetFilename(bAttachment);
+        for (const CQLMimeHdrItem& item : p->m_Hdr) {
+            item.GetParameter("charset", 7);
+            item.GetParameter("name", 4);
+            item.GetSubType();
+        }
+    }
+    msg.Save(strBody);
+    try {
+        msg.GetMsgID();
+        msg.IsXLinkMail();
+    } catch (const CQLExceptionParser&) {
+    }
+}
+
+#endif

@@ -1,0 +1,61 @@
+#ifndef QLMAIL_MIME_QLFIXEDOBJPOOLPARSER_H
+#define QLMAIL_MIME_QLFIXEDOBJPOOLPARSER_H
+
+#include "foundation/QLExceptionParser.h"
+
+#include <vector>
+
+// Owns the objects it hands out until FreeHeap. Each GetObject constructs a new object:
+// nothing here ever marks an object free for reuse.
+template <class T> class CQLFixedObjPoolParser : public CQLExceptionParser {
+public:
+    struct OBJHEAP {
+        T* pObj;
+        bool bInUse;
+    };
+
+    CQLFixedObjPoolParser() : m_bNoFree(true), m_nNext(0), m_nCount(0) {}
+    // Copies own nothing: objects stay with the pool that made them.
+    CQLFixedObjPoolParser(const CQLFixedObjPoolParser& other)
+        : CQLExceptionParser(other), m_bNoFree(true), m_nNext(0), m_nCount(0) {}
+    CQLFixedObjPoolParser& operator=(const CQLFixedObjPoolParser& other) {
+        CQLExceptionParser::operator=(other);
+        return *this;
+    }
+    virtual ~CQLFixedObjPoolParser() { FreeHeap(); }
+
+    T* GetObject() {
+        if (m_nNext < m_nCount) return m_vecReady[m_nNext++];
+        return FindAvailSpaceInHeap();
+    }
+
+    T* FindAvailSpaceInHeap() {
+        if (!m_bNoFree) {
+            for (OBJHEAP& heap : m_vecHeap) {
+                if (!heap.bInUse) {
+                    heap.bInUse = true;
+                    return heap.pObj;
+                }
+            }
+        }
+        T* pObj = new T;
+        m_vecHeap.push_back(OBJHEAP{pObj, true});
+        m_bNoFree = true;
+        return pObj;
+    }
+
+    void FreeHeap() {
+        for (OBJHEAP& heap : m_vecHeap) delete heap.pObj;
+        m_vecHeap.clear();
+        m_bNoFree = true;
+    }
+
+protected:
+    bool m_bNoFree;
+    int m_nNext;
+    int m_nCount;
+    std::vector<T*> m_vecReady;
+    std::vector<OBJHEAP> m_vecHeap;
+};
+
+#endif

@@ -1,0 +1,57 @@
+#ifndef QLMAIL_MIME_QLMIMECONST_H
+#define QLMAIL_MIME_QLMIMECONST_H
+
+// Content types, subtypes and transfer encodings with the tables of their names.
+// Names match as prefixes, so the order of the tables matters ("rfc822-headers" before "rfc822").
+class CQLMimeConst {
+public:
+    // A fixed underlying type: stored format strings may carry any number here.
+    enum CT : int { TEXT = 0, IMAGE, AUDIO, VIDEO, APPLICATION, MULTIPART, MESSAGE, CT_UNKNOWN };
+    enum SUBCT : int {
+        PLAIN = 0,
+        HTML,
+        ALTERNATIVE,
+        MIXED,
+        REPORT,
+        RFC822_HEADERS,
+        OCTETSTREAM,
+        DELIVERYSTATUS,
+        RELATED,
+        JPEG,
+        GIF,
+        RFC822,
+        SUBCT_UNKNOWN = 13,
+        MS_TNEF = 14
+    };
+    // Values are the characters the format string carries.
+    enum ENCODER : int {
+        ENCODER_7BIT = '7',
+        ENCODER_8BIT = '8',
+        ENCODER_BASE64 = 'B',
+        ENCODER_QP = 'Q',
+        ENCODER_BINARY = 'b'
+    };
+
+    static const char* const m_szContentType;
+    static const int m_nContentTypeLen;
+    static const char* const m_szTransferEncoding;
+    static const int m_nTransferEncodingLen;
+    static const char* const m_szDisposition;
+    static const int m_nDisposionLen;
+    static const char* const m_szMimeVersion;
+    static const int m_nMimeVersionLen;
+    static const char* const m_szBoundary;
+    static const int m_nBoundaryLen;
+
+    // Null-terminated; the index of a name is its CT value.
+    static const char* const m_szMIMEType[];
+    static const int m_nMIMETypeLen[];
+    // Null-terminated; the index of a name is its SUBCT value, except that index 12 is MS_TNEF.
+    static const char* const m_szSubMIMEType[];
+    static const int m_nSubMIMETypeLen[];
+
+private:
+    CQLMimeConst();
+};
+
+#endif

@@ -1,0 +1,330 @@
+#include "mime/QLMimeHdr.h"
+
+#include "codec/QLHdrCodec.h"
+#include "foundation/QLStringParser.h"
+#include "mime/QLMimeFile.h"
+#include "mime/QLMimeStr.h"
+
+#include <cstring>
+#include <strings.h>
+
+namespace {
+
+struct LineView {
+    const char* p = nullptr;
+    size_t n = 0;
+};
+
+// White space as the C locale has it, whatever locale the process runs in.
+inline bool IsSpace(char c) {
+    return c == ' ' || c == '\t' || c == '\n' || c == '\v' || c == '\f' || c == '\r';
+}
+
+inline bool IsBlankLine(const LineView& line) {
+    return line.n == 0 || (line.n == 1 && line.p[0] == '\n') ||
+           (line.n == 2 && line.p[0] == '\r' && line.p[1] == '\n');
+}
+
+// Content types are short: trimming into a small string mostly costs no allocation.
+std::string TrimmedCopy(const std::string& strText) {
+    size_t nFrom = 0, nTo = strText.size();
+    while (nFrom < nTo && CQLStringParser::m_TableTrim[static_cast<unsigned char>(strText[nFrom])])
+        ++nFrom;
+    while (nTo > nFrom &&
+           CQLStringParser::m_TableTrim[static_cast<unsigned char>(strText[nTo - 1])])
+        --nTo;
+    return strText.substr(nFrom, nTo - nFrom);
+}
+
+inline bool HasColon(const LineView& line) {
+    return memchr(line.p, ':', line.n) != nullptr;
+}
+
+// Lines of a message in memory: from the offset to the next LF, LF included, or to the end.
+class MemLineReader {
+public:
+    explicit MemLineReader(const std::string& strData) : m_strData(strData) {}
+    LineView operator()(unsigned long nPos) {
+        LineView line;
+        if (nPos >= m_strData.size()) return line;
+        line.p = m_strData.data() + nPos;
+        const size_t nLeft = m_strData.size() - nPos;
+        const void* pLF = memchr(line.p, '\n', nLeft);
+        line.n = pLF ? static_cast<const char*>(pLF) - line.p + 1 : nLeft;
+        return line;
+    }
+
+private:
+    const std::string& m_strData;
+};
+
+// Lines of a file, read with their line break; empty at the end of the file.
+class FileLineReader {
+public:
+    explicit FileLineReader(CQLMimeFile* pFile) : m_pFile(pFile) {}
+    LineView operator()(unsigned long nPos) {
+        LineView line;
+        unsigned long nLine = 0;
+        if (!m_pFile->LineAt(nPos, line.p, nLine, m_strLine)) return LineView();
+        line.n = nLine;
+        return line;
+    }
+
+private:
+    CQLMimeFile* m_pFile;
+    std::string m_strLine;
+};
+
+} // namespace
+
+CQLMimeHdr::CQLMimeHdr() : m_nHdrStart(0), m_nHdrEnd(0), m_nLineCnt(0), m_bAttachment(false) {}
+
+void CQLMimeHdr::Init() {
+    m_strLastError.clear();
+    clear();
+    m_nLineCnt = 0;
+    m_bAttachment = false;
+}
+
+unsigned long CQLMimeHdr::Parse(CQLIMimeStr* pMimeStr, const unsigned long& nOffset) {
+    if (pMimeStr == nullptr) {
+        m_strLastError = "In Parse(), Invalid pMimeStr";
+        return static_cast<unsigned long>(-1);
+    }
+    return pMimeStr->GetType() == 0 ? ParseMem(pMimeStr, nOffset) : ParseFile(pMimeStr, nOffset);
+}
+
+bool CQLMimeHdr::IsEmptyHdr(CQLIMimeStr* pMimeStr, const unsigned long& nOffset) {
+    const char c = pMimeStr->GetChar(static_cast<int>(nOffset));
+    if (c == '\n') return true;
+    return c == '\r' && pMimeStr->GetChar(static_cast<int>(nOffset + 1)) == '\n';
+}
+
+unsigned long CQLMimeHdr::ParseMem(CQLIMimeStr* pMimeStr, const unsigned long& nOffset) {
+    if (pMimeStr == nullptr) {
+        m_strLastError = "In ParseMem(), Invalid pMimeStr";
+        throw *this;
+    }
+    return ParseBlock(pMimeStr, nOffset);
+}
+
+unsigned long CQLMimeHdr::ParseFile(CQLIMimeStr* pMimeStr, const unsigned long& nOffset) {
+    if (pMimeStr == nullptr) {
+        m_strLastError = "In ParseFile(), Invalid pMimeStr";
+        throw *this;
+    }
+    return ParseBlock(pMimeStr, nOffset);
+}
+
+unsigned long CQLMimeHdr::ParseBlock(CQLIMimeStr* pMimeStr, unsigned long nOffset) {
+    m_nHdrStart = nOffset;
+    if (IsEmptyHdr(pMimeStr, nOffset)) {
+        m_nHdrEnd = nOffset;
+        return m_nHdrEnd;
+    }
+    CQLMimeStr* pMem = dynamic_cast<CQLMimeStr*>(pMimeStr);
+    CQLMimeFile* pFile = pMem ? nullptr : dynamic_cast<CQLMimeFile*>(pMimeStr);
+    unsigned long nPos = nOffset, nSize = 0;
+    bool bAdded = false;
+    for (;;) {
+        const bool bField = pMem    ? ParseMemLine(pMem, nPos, nSize)
+                            : pFile ? ParseFileLine(pFile, nPos, nSize)
+                                    : false;
+        if (!bField) break;
+        nPos += nSize;
+        bAdded = true;
+    }
+    m_nHdrEnd = bAdded ? nPos : m_nHdrStart;
+    return m_nHdrEnd;
+}
+
+template <class LineReader>
+bool CQLMimeHdr::ParseField(LineReader& reader, unsigned long nOffset, unsigned long nSourceLen,
+                            unsigned long& nSize) {
+    LineView line = reader(nOffset);
+    if (IsBlankLine(line) || line.p[0] == ' ' || !HasColon(line)) return false;
+    nSize = 0;
+    const int nColon =
+        static_cast<int>(static_cast<const char*>(memchr(line.p, ':', line.n)) - line.p);
+    std::string strRaw(line.p, line.n);
+    ++m_nLineCnt;
+    unsigned long nPos = nOffset + line.n;
+    while (nPos < nSourceLen) {
+        line = reader(nPos);
+        if (IsBlankLine(line)) break;
+        if (HasColon(line) && !IsSpace(line.p[0])) break;
+        strRaw.append(line.p, line.n);
+        ++m_nLineCnt;
+        nPos += line.n;
+    }
+    nSize = strRaw.size();
+    AddField(std::move(strRaw), nColon);
+    return true;
+}
+
+bool CQLMimeHdr::ParseMemLine(CQLMimeStr* pMimeStr, const unsigned long& nOffset,
+                              unsigned long& nSize) {
+    MemLineReader reader(pMimeStr->GetData());
+    try {
+        return ParseField(reader, nOffset, pMimeStr->GetLength(), nSize);
+    } catch (CQLExceptionParser& e) {
+        m_strLastError = "In ParseFileLine, exception occured, " + e.GetLastError();
+        return false;
+    }
+}
+
+bool CQLMimeHdr::ParseFileLine(CQLMimeFile* pMimeFile, const unsigned long& nOffset,
+                               unsigned long& nSize) {
+    FileLineReader reader(pMimeFile);
+    try {
+        return ParseField(reader, nOffset, pMimeFile->GetLength(), nSize);
+    } catch (CQLExceptionParser& e) {
+        m_strLastError = "In ParseFileLine, exception occured, " + e.GetLastError();
+        return false;
+    }
+}
+
+void CQLMimeHdr::AddHdrItem(const std::string& strLine, int nColon) {
+    AddField(std::string(strLine), nColon);
+}
+
+void CQLMimeHdr::AddField(std::string&& strRaw, int nColon) {
+    emplace_back();
+    CQLMimeHdrItem& item = back();
+
+    // A bare LF at the end stays: fields of LF-only mail keep it.
+    if (!strRaw.empty() && strRaw.back() == '\r')
+        strRaw.pop_back();
+    else if (strRaw.size() >= 2 && strRaw.compare(strRaw.size() - 2, 2, "\r\n") == 0)
+        strRaw.resize(strRaw.size() - 2);
+    item.m_strRaw = std::move(strRaw);
+    const std::string& strCopy = item.m_strRaw;
+
+    const size_t nCut = nColon < 0 ? 0 : std::min<size_t>(nColon, strCopy.size());
+    size_t nFrom = 0, nTo = nCut;
+    while (nFrom < nTo && CQLStringParser::m_TableTrim[static_cast<unsigned char>(strCopy[nFrom])])
+        ++nFrom;
+    while (nTo > nFrom &&
+           CQLStringParser::m_TableTrim[static_cast<unsigned char>(strCopy[nTo - 1])])
+        --nTo;
+    item.m_strName.assign(strCopy, nFrom, nTo - nFrom);
+
+    const size_t nValueAt = static_cast<size_t>(nColon) + 1;
+    if (nColon >= 0 && nValueAt < strCopy.size()) {
+        size_t nStart = nValueAt;
+        if (strCopy[nStart] == ' ' && nValueAt + 1 < strCopy.size())
+            while (nStart < strCopy.size() && strCopy[nStart] == ' ') ++nStart;
+        item.m_strValue.assign(strCopy, nStart, std::string::npos);
+    }
+
+    if (!m_bAttachment && item.m_strName.size() >= 19 &&
+        strncasecmp(item.m_strName.c_str(), "Content-Disposition", 19) == 0) {
+        const std::string& v = item.m_strValue;
+        size_t k = 0;
+        while (k < v.size() && v[k] == ' ') ++k;
+        if (v.size() > 12 + k && strncasecmp(v.c_str() + k, "attachment;", 11) == 0)
+            m_bAttachment = true;
+    }
+}
+
+int CQLMimeHdr::GetCount(const char* pszName, const unsigned int& nLen) const {
+    if (pszName == nullptr) return static_cast<int>(size());
+    int nCount = 0;
+    for (const CQLMimeHdrItem& item : *this)
+        if (item.m_strName.size() == nLen &&
+            strncasecmp(item.m_strName.c_str(), pszName, nLen) == 0)
+            ++nCount;
+    return nCount;
+}
+
+CQLMimeHdrItem* CQLMimeHdr::FindHdrItem(const char* pszName, const unsigned int& nLen) const {
+    if (pszName == nullptr) return nullptr;
+    for (const CQLMimeHdrItem& item : *this)
+        if (item.m_strName.size() == nLen &&
+            strncasecmp(item.m_strName.c_str(), pszName, nLen) == 0)
+            return const_cast<CQLMimeHdrItem*>(&item);
+    return nullptr;
+}
+
+void CQLMimeHdr::GetContentType(CQLMimeConst::CT& ct, CQLMimeConst::SUBCT& subct,
+                                CQLMimeConst::ENCODER& enc) const {
+    bool bType = false, bEncoding = false;
+    for (const CQLMimeHdrItem& item : *this) {
+        if (bType && bEncoding) break;
+        const std::string& name = item.m_strName;
+        if (!bType && name.size() == static_cast<size_t>(CQLMimeConst::m_nContentTypeLen) &&
+            strncasecmp(name.c_str(), CQLMimeConst::m_szContentType,
+                        CQLMimeConst::m_nContentTypeLen) == 0) {
+            bType = true;
+            const std::string v = TrimmedCopy(item.m_strValue);
+            int i = 0;
+            while (CQLMimeConst::m_szMIMEType[i] != nullptr &&
+                   strncasecmp(v.c_str(), CQLMimeConst::m_szMIMEType[i],
+                               CQLMimeConst::m_nMIMETypeLen[i]) != 0)
+                ++i;
+            ct = static_cast<CQLMimeConst::CT>(i); // CT_UNKNOWN when none matched
+            const size_t nSlash = v.find('/');
+            if (nSlash != std::string::npos) {
+                const char* pszSub = v.c_str() + nSlash + 1;
+                int j = 0;
+                while (CQLMimeConst::m_szSubMIMEType[j] != nullptr &&
+                       strncasecmp(pszSub, CQLMimeConst::m_szSubMIMEType[j],
+                                   CQLMimeConst::m_nSubMIMETypeLen[j]) != 0)
+                    ++j;
+                if (CQLMimeConst::m_szSubMIMEType[j] == nullptr)
+                    subct = CQLMimeConst::SUBCT_UNKNOWN;
+                else
+                    subct = j == 12 ? CQLMimeConst::MS_TNEF : static_cast<CQLMimeConst::SUBCT>(j);
+            }
+        } else if (!bEncoding &&
+                   name.size() == static_cast<size_t>(CQLMimeConst::m_nTransferEncodingLen) &&
+                   strncasecmp(name.c_str(), CQLMimeConst::m_szTransferEncoding,
+                               CQLMimeConst::m_nTransferEncodingLen) == 0) {
+            bEncoding = true;
+            const std::string v = TrimmedCopy(item.m_strValue);
+            const char* p = v.c_str();
+            switch (v.size()) {
+            case 16:
+                enc = strncasecmp(p, "quoted-printable", 16) == 0 ? CQLMimeConst::ENCODER_QP
+                                                                  : CQLMimeConst::ENCODER_7BIT;
+                break;
+            case 6:
+                if (strncasecmp(p, "base64", 6) == 0)
+                    enc = CQLMimeConst::ENCODER_BASE64;
+                else if (strncasecmp(p, "binary", 6) == 0)
+                    enc = CQLMimeConst::ENCODER_BINARY;
+                break;
+            case 4:
+                if (strncasecmp(p, "7bit", 4) == 0)
+                    enc = CQLMimeConst::ENCODER_7BIT;
+                else if (strncasecmp(p, "8bit", 4) == 0)
+                    enc = CQLMimeConst::ENCODER_8BIT;
+                break;
+            default:
+                enc = CQLMimeConst::ENCODER_7BIT;
+            }
+        }
+    }
+}
+
+std::string CQLMimeHdr::GetBoundary() const {
+    const CQLMimeHdrItem* pItem =
+        FindHdrItem(CQLMimeConst::m_szContentType, CQLMimeConst::m_nContentTypeLen);
+    if (pItem == nullptr) return std::string();
+    return pItem->GetParameter(CQLMimeConst::m_szBoundary, CQLMimeConst::m_nBoundaryLen);
+}
+
+std::string CQLMimeHdr::Encode(const std::string&, const std::string&, bool, int) {
+    // Fields are encoded by CQLHdrCodec directly.
+    return std::string();
+}
+
+std::string CQLMimeHdr::Decode(const std::string& strText, const std::string& strCharset,
+                               bool bConvLtGt, bool bTrimDq) {
+    if (strText.empty()) return std::string();
+    int nOptions = CQLHdrCodec::O_HDRCODEC_NONE;
+    if (bConvLtGt) nOptions |= CQLHdrCodec::O_CONV_LTGT;
+    if (bTrimDq) nOptions |= CQLHdrCodec::O_TRIM_DQ;
+    CQLHdrCodec codec;
+    return codec.Decode(strText, strCharset, "", nOptions);
+}

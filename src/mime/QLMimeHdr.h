@@ -1,0 +1,62 @@
+#ifndef QLMAIL_MIME_QLMIMEHDR_H
+#define QLMAIL_MIME_QLMIMEHDR_H
+
+#include "foundation/QLExceptionParser.h"
+#include "mime/QLMimeConst.h"
+#include "mime/QLMimeHdrItem.h"
+
+#include <list>
+#include <string>
+
+class CQLIMimeStr;
+class CQLMimeStr;
+class CQLMimeFile;
+
+// The header block of one entity, read by a tolerant line scanner: damaged lines are
+// absorbed by the field before them, and a block that can't be read as header is empty.
+class CQLMimeHdr : public CQLExceptionParser, public std::list<CQLMimeHdrItem> {
+public:
+    CQLMimeHdr();
+    CQLMimeHdr(const CQLMimeHdr& other) = default;
+    CQLMimeHdr& operator=(const CQLMimeHdr& other) = default;
+    CQLMimeHdr(CQLMimeHdr&& other) = default;
+    CQLMimeHdr& operator=(CQLMimeHdr&& other) = default;
+    virtual ~CQLMimeHdr() {}
+
+    void Init();
+
+    // The end offset of the block, or -1 for a null source. Fields are appended.
+    unsigned long Parse(CQLIMimeStr* pMimeStr, const unsigned long& nOffset);
+    unsigned long ParseMem(CQLIMimeStr* pMimeStr, const unsigned long& nOffset);
+    unsigned long ParseFile(CQLIMimeStr* pMimeStr, const unsigned long& nOffset);
+    bool ParseMemLine(CQLMimeStr* pMimeStr, const unsigned long& nOffset, unsigned long& nSize);
+    bool ParseFileLine(CQLMimeFile* pMimeFile, const unsigned long& nOffset, unsigned long& nSize);
+    bool IsEmptyHdr(CQLIMimeStr* pMimeStr, const unsigned long& nOffset);
+
+    int GetCount(const char* pszName, const unsigned int& nLen) const;
+    CQLMimeHdrItem* FindHdrItem(const char* pszName, const unsigned int& nLen) const;
+    void GetContentType(CQLMimeConst::CT& ct, CQLMimeConst::SUBCT& subct,
+                        CQLMimeConst::ENCODER& enc) const;
+    std::string GetBoundary() const;
+    void AddHdrItem(const std::string& strLine, int nColon);
+    std::string Encode(const std::string& strText, const std::string& strCharset, bool bB64,
+                       int nLen);
+    // Decodes encoded words of a value into strCharset.
+    std::string Decode(const std::string& strText, const std::string& strCharset, bool bConvLtGt,
+                       bool bTrimDq);
+
+    unsigned long m_nHdrStart;
+    unsigned long m_nHdrEnd;
+    int m_nLineCnt;
+    bool m_bAttachment;
+
+private:
+    void AddField(std::string&& strRaw, int nColon);
+    unsigned long ParseBlock(CQLIMimeStr* pMimeStr, unsigned long nOffset);
+    // Reads one field with the given way of getting a line at an offset.
+    template <class LineReader>
+    bool ParseField(LineReader& reader, unsigned long nOffset, unsigned long nSourceLen,
+                    unsigned long& nSize);
+};
+
+#endif

@@ -1,0 +1,109 @@
+#include "mime/QLMimeHdrItem.h"
+
+#include "codec/QLCodecParser.h"
+#include "codec/QLMimeCodec.h"
+#include "foundation/QLStringParser.h"
+
+#include <cstring>
+#include <strings.h>
+#include <vector>
+
+namespace {
+
+// Folded parameter values lose their line breaks and the white space that begins a
+// continuation line.
+std::string Unfold(const std::string& strValue) {
+    std::string strOut;
+    strOut.reserve(strValue.size());
+    bool bBreak = false;
+    for (char c : strValue) {
+        if (c == '\r' || c == '\n') {
+            bBreak = true;
+        } else if (bBreak && (c == '\t' || c == ' ')) {
+        } else {
+            strOut += c;
+            bBreak = false;
+        }
+    }
+    return strOut;
+}
+
+} // namespace
+
+namespace {
+
+inline bool IsTrimByte(char c) {
+    return CQLStringParser::m_TableTrim[static_cast<unsigned char>(c)] != 0;
+}
+
+// Both-sided white-space trim of [p, p + n) without copying.
+inline void TrimView(const char*& p, size_t& n) {
+    while (n > 0 && IsTrimByte(*p)) ++p, --n;
+    while (n > 0 && IsTrimByte(p[n - 1])) --n;
+}
+
+std::string ExtendedParameter(const std::string& strValue, size_t nToken) {
+    // This token and every one behind it, as Tokenize gives them, go to the joiner.
+    CQLStringParser str;
+    std::vector<std::string> vTokens;
+    const int nTokens = str.Tokenize(strValue, vTokens, ';');
+    std::string strJoined = str.Trim(vTokens[nToken], CQLStringParser::TRIM_BOTH) + ";";
+    for (int j = static_cast<int>(nToken) + 1; j < nTokens; ++j) strJoined += vTokens[j] + ";";
+    strJoined.erase(strJoined.size() - 1);
+    CQLCodecParser codec;
+    std::string strParamName, strCharset, strLanguage;
+    const std::string strRaw =
+        codec.DecodeRfc2231(strJoined, strParamName, strCharset, strLanguage);
+    CQLMimeCodec mimeCodec;
+    const std::string strDecoded = mimeCodec.URLDecode(strRaw.c_str());
+    if (strCharset.empty()) return strDecoded;
+    const bool bBreakLines = false;
+    const int nLineLen = 54;
+    return "=?" + strCharset + "?B?" + codec.EncodeB64(strDecoded, bBreakLines, true, nLineLen) +
+           "?=";
+}
+
+} // namespace
+
+std::string CQLMimeHdrItem::GetParameter(const char* pszName, unsigned int nLen) const {
+    if (pszName == nullptr) return std::string();
+    const size_t nNameLen = strlen(pszName);
+    // Tokens at every ";", quotes not looked at: a quoted value holding ";" is cut there.
+    const char* const pEnd = m_strValue.data() + m_strValue.size();
+    size_t nToken = 0;
+    for (const char* pTok = m_strValue.data(); pTok < pEnd; ++nToken) {
+        const char* pSemi = static_cast<const char*>(memchr(pTok, ';', pEnd - pTok));
+        const char* pTokEnd = pSemi ? pSemi : pEnd;
+        const char* p = pTok;
+        size_t n = pTokEnd - pTok;
+        pTok = pSemi ? pSemi + 1 : pEnd;
+        TrimView(p, n);
+        const char* pEq = static_cast<const char*>(memchr(p, '=', n));
+        if (pEq == nullptr) continue;
+        const char* pName = p;
+        size_t nName = pEq - p;
+        TrimView(pName, nName);
+        // The comparison runs over nLen bytes, as strncasecmp on the name's own text would.
+        const std::string strName(pName, nName);
+        if (strncasecmp(strName.c_str(), pszName, nLen) != 0) continue;
+        if (nName == nNameLen && strcasecmp(strName.c_str(), pszName) == 0) {
+            const char* pValue = pEq + 1;
+            size_t nValue = (p + n) - pValue;
+            TrimView(pValue, nValue);
+            std::string strValue(pValue, nValue);
+            if (memchr(pValue, '\n', nValue) != nullptr) strValue = Unfold(strValue);
+            CQLStringParser().Trim(strValue, CQLStringParser::TRIM_BOTH, '"');
+            return strValue;
+        }
+        if (nName > nLen && pName[nLen] == '*') return ExtendedParameter(m_strValue, nToken);
+    }
+    return std::string();
+}
+
+std::string CQLMimeHdrItem::GetSubType() const {
+    const size_t nSlash = m_strValue.find('/');
+    if (nSlash == std::string::npos) return std::string();
+    const size_t nSemi = m_strValue.find(';', nSlash + 1);
+    if (nSemi == std::string::npos) return std::string();
+    return m_strValue.substr(nSlash + 1, nSemi - nSlash - 1);
+}

@@ -1,0 +1,160 @@
+#ifndef QLMAIL_MIME_QLMIMEMSG_H
+#define QLMAIL_MIME_QLMIMEMSG_H
+
+#include "foundation/QLExceptionParser.h"
+#include "foundation/QLFileParser.h"
+#include "mime/QLFixedObjPoolParser.h"
+#include "mime/QLMimeConst.h"
+#include "mime/QLMimeFile.h"
+#include "mime/QLMimeHdr.h"
+#include "mime/QLMimeStr.h"
+
+#include <cstdint>
+#include <list>
+#include <ostream>
+#include <string>
+#include <vector>
+
+// The document handle and one node of a message's tree. The object on which Open was called
+// (the main message) owns the sources and, through its pool, every part at every depth; its
+// vector is the flat, depth-first list of parts, entry 0 being the record of the top of the
+// message. A part is described by byte offsets into the source, never by a copy of its body.
+class CQLMimeMsg : public CQLExceptionParser, public std::vector<CQLMimeMsg*> {
+public:
+    CQLMimeMsg();
+    // Copies share part pointers and own nothing.
+    CQLMimeMsg(const CQLMimeMsg& other);
+    CQLMimeMsg& operator=(const CQLMimeMsg& other);
+    virtual ~CQLMimeMsg();
+
+    void SetLastError(const std::string& strError) override;
+    void Init();
+
+    // Parsing.
+    bool Open(const std::string& strData, bool bFile);
+    unsigned long Parse(CQLIMimeStr* pMimeStr, unsigned long nOffset, unsigned long nLength,
+                        int& nPartCnt, CQLFixedObjPoolParser<CQLMimeMsg>& Pool, int& nParseCnt,
+                        bool bHdrOnly);
+    unsigned long BDFind(CQLIMimeStr* pMimeStr, const std::string& strBoundary,
+                         const unsigned long& nFrom, int* pnLine, int* pbCRLF);
+    void Sync(CQLMimeMsg* pMsg);
+    void SetMimeStrPtr(CQLIMimeStr* pSource) { m_pSource = pSource; }
+    void SetFileMode(bool bFile) { m_bFileSource = bFile; }
+    void SetMainMimeMsg(CQLMimeMsg* pTop) { m_pTop = pTop; }
+    void SetIndex(int nIndex) { m_nIndex = nIndex; }
+
+    // Format and offset strings.
+    std::string GetFormat() const;
+    std::string GetOffSetStr() const;
+    bool SetOffSetStr(const char* pszOffSet, unsigned long nLen, bool bParseHdr);
+    bool Open(const char* pszData, const unsigned long& nLen, const char* pszOffSet, bool bFile,
+              bool bParseMainHdr, bool bParseHdr);
+    void PrintOffSet();
+    void InitMsgCursor() { m_nMsgCursor = 0; }
+    bool GetNextMsg(CQLMimeMsg& msg);
+    bool IsSameLevel(const CQLMimeMsg& msg) const;
+
+    // Accessors.
+    CQLMimeConst::CT& GetCT() { return m_CT; }
+    CQLMimeConst::SUBCT& GetSubCT() { return m_SubCT; }
+    CQLMimeConst::ENCODER& GetEncoder() { return m_Encoder; }
+    const std::string& GetDepth() const { return m_strDepth; }
+    long GetInternalDate() const { return 0; }
+    bool DummyFunc() { return true; }
+    CQLFileParser* GetFileObject();
+    bool IsRelated();
+    bool IsMixed();
+    bool IsXLinkMail();
+    std::string GetMsgID() const;
+    CQLMimeHdrItem* FindHdrItem(const char* pszName, const unsigned int& nLen) const;
+    CQLMimeHdrItem* FindHdrItem(const std::string& strName) const;
+    CQLMimeHdr* GetHdrPtr() const;
+    CQLMimeMsg* GetQLMimeMsgPtr() const;
+    CQLMimeMsg* GetQLMimeMsgPtr();
+    CQLMimeHdr* GetHdr();
+
+    // Delivery of bytes.
+    unsigned long SubStr(const unsigned long& nOffset, const unsigned long& nLen,
+                         std::ostream& out) const;
+    std::string SubStr(const unsigned long& nOffset, const unsigned long& nLen) const;
+    unsigned long SubStr(const unsigned long& nOffset, const unsigned long& nLen,
+                         std::string& strOut) const;
+    bool GetBody(std::string& strBody, bool bDecode);
+    bool GetBody(std::ostream& out, bool bDecode);
+    bool GetMIME(std::ostream& out);
+    bool GetHdr(std::ostream& out);
+    bool Save(std::string& strOut);
+    bool Save(char* pszBuf);
+    bool Save(int nFD);
+    bool Save(CQLFileParser& file);
+    bool Save(std::ostream& out);
+    void Close();
+    std::string ConvertHtmlChar(const std::string& strText);
+
+    // Part identity.
+    std::string GetCID();
+    std::string GetSubject();
+    std::string GetCharSet();
+    std::string DetectCharset(const std::string& strText);
+    std::string GetFilename(bool& bAttachment);
+    std::string FixFilename(const std::string& strName);
+    bool IsImageExtention(const std::string& strName);
+
+    // Message dates, in seconds.
+    long long GetDate(bool bDayOnly) const;
+    const std::string& GetDateStr() const;
+    long long GetSentDate() const;
+    long long GetRecentRecvDate() const;
+
+    // The node's record, as the format string carries it.
+    uint32_t m_nHSO, m_nHEO; // message header
+    uint32_t m_nTSO, m_nTEO; // range of a multipart or of the top message
+    uint32_t m_nMSO, m_nMEO; // the part's header block
+    uint32_t m_nBSO, m_nBEO; // the part's body
+    std::string m_strDepth;
+    CQLMimeConst::CT m_CT;
+    CQLMimeConst::SUBCT m_SubCT;
+    CQLMimeConst::ENCODER m_Encoder;
+    int m_nLineCnt;
+    std::string m_strReserved;
+    std::string m_strCharSet;
+    std::string m_strCID;
+    std::string m_strFilename;
+    std::string m_strSubject;
+    std::string m_strMainCharSet;
+
+    int m_nIndex;
+    bool m_bFileSource;
+    bool m_bWrapper;
+    bool m_bSynced;
+    bool m_bHasAttach;
+    bool m_bTNEF;
+    CQLIMimeStr* m_pSource;
+    CQLMimeHdr m_Hdr;
+    CQLMimeFile m_MimeFile;
+    CQLMimeStr m_MimeMem;
+    CQLMimeMsg* m_pTop;
+    int m_nMsgCursor;
+    std::string m_strHdrFilter;
+    std::string m_strHdrFilterLower;
+    std::list<CQLMimeHdrItem>::iterator m_itHdrCursor;
+    CQLFixedObjPoolParser<CQLMimeMsg> m_Pool;
+    bool m_bHdrChanged;
+
+private:
+    struct ParseFrame;
+    void AppendOffSetStr(std::string& strOut) const;
+    void CopyFrom(const CQLMimeMsg& other);
+    // Steps of Parse for one entity; the walk over the children is done by Parse itself,
+    // without recursion, so that nesting depth costs no stack.
+    bool ParseHead(ParseFrame& frame, CQLFixedObjPoolParser<CQLMimeMsg>& Pool, int& nParseCnt,
+                   bool bHdrOnly, unsigned long& nResult);
+    CQLMimeMsg* NextChild(ParseFrame& frame, CQLFixedObjPoolParser<CQLMimeMsg>& Pool);
+    bool AfterChild(ParseFrame& frame, CQLMimeMsg* pChild, unsigned long nChildResult,
+                    unsigned long& nResult);
+    unsigned long FinishTop(ParseFrame& frame, unsigned long nResult);
+    void NameEmbeddedMessage(unsigned long nHdr, unsigned long nEnd);
+    CQLIMimeStr* Source() const;
+};
+
+#endif

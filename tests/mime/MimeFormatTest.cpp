@@ -1,0 +1,152 @@
+// Format and offset strings: writing, rebuilding a list from them, and the list cursors.
+#include "mime/MimeTestUtil.h"
+
+#include <sstream>
+
+TEST(MimeFormat, RoundTripsThroughTheFormatString) {
+    for (const NamedMessage& m : TestMessages()) {
+        SCOPED_TRACE(m.strName);
+        CQLMimeMsg parsed;
+        parsed.Open(m.strBytes, false);
+        const std::string strFormat = parsed.GetFormat();
+        ASSERT_FALSE(strFormat.empty());
+        for (bool bParseHdr : {false, true}) {
+            CQLMimeMsg rebuilt;
+            ASSERT_TRUE(rebuilt.Open(m.strBytes.c_str(), m.strBytes.size(), strFormat.c_str(),
+                                     false, bParseHdr, bParseHdr));
+            EXPECT_EQ(rebuilt.GetFormat(), strFormat);
+            ExpectSameEntries(Entries(parsed), Entries(rebuilt), true, m.strName);
+            if (bParseHdr) {
+                // Every part reads its own header block again.
+                for (size_t i = 0; i < parsed.size(); ++i)
+                    EXPECT_EQ(rebuilt[i]->m_Hdr.size(), parsed[i]->m_Hdr.size()) << i;
+            }
+        }
+    }
+}
+
+TEST(MimeFormat, WithoutHeadersTheFieldsStillStand) {
+    const std::string s = "Subject: =?UTF-8?B?7JWI64WV?=\r\nContent-Type: text/plain; "
+                          "charset=euc-kr\r\n\r\nbody\r\n";
+    CQLMimeMsg parsed;
+    ASSERT_TRUE(parsed.Open(s, false));
+    CQLMimeMsg rebuilt;
+    ASSERT_TRUE(rebuilt.Open(s.c_str(), 0, parsed.GetFormat().c_str(), false, false, false));
+    EXPECT_TRUE(rebuilt.GetHdrPtr()->empty());
+    EXPECT_EQ(rebuilt.GetSubject(), "");
+    EXPECT_EQ(rebuilt[0]->m_strCharSet, "euc-kr");
+    EXPECT_FALSE(rebuilt.m_bHasAttach);
+}
+
+TEST(MimeFormat, DamagedFormatStrings) {
+    const std::string s = "Content-Type: multipart/mixed; boundary=b\n\n--b\n\none\n--b--\n";
+    CQLMimeMsg parsed;
+    ASSERT_TRUE(parsed.Open(s, false));
+    const std::string strFormat = parsed.GetFormat();
+    ASSERT_EQ(parsed.size(), 2u);
+
+    // A record without its 0x05 is not seen.
+    CQLMimeMsg cut;
+    ASSERT_TRUE(cut.Open(s.c_str(), 0, strFormat.substr(0, strFormat.size() - 1).c_str(), false,
+                         true, true));
+    EXPECT_EQ(cut.size(), 1u);
+
+    CQLMimeMsg empty;
+    EXPECT_FALSE(empty.Open(s.c_str(), 0, "", false, false, false));
+    EXPECT_EQ(empty.GetLastError(), "In CQLMimeMsg::Open(), Fail to open main offset info");
+    EXPECT_FALSE(empty.Open(s.c_str(), 0, nullptr, false, false, false));
+    EXPECT_EQ(empty.GetLastError(), "In CQLMimeMsg::Open(), pszOffSet is null");
+
+    // Short records keep what the entry held; an empty encoding reads as the comma.
+    CQLMimeMsg node;
+    node.m_nBEO = 77;
+    EXPECT_TRUE(node.SetOffSetStr("", 0, false));
+    EXPECT_EQ(node.m_nBEO, 77u);
+    EXPECT_TRUE(node.SetOffSetStr("1,2,3", 5, false));
+    EXPECT_EQ(node.m_nTSO, 3u);
+    EXPECT_EQ(node.m_nBEO, 77u);
+    const std::string strRecord = "0,0,0,0,0,0,0,0,1.2.,99,3,,x7,,c,<i>,f.txt,extra,";
+    EXPECT_TRUE(node.SetOffSetStr(strRecord.c_str(), strRecord.size(), true));
+    EXPECT_EQ(node.m_strDepth, "1.2.");
+    EXPECT_EQ(node.m_CT, 99);
+    EXPECT_EQ(node.m_Encoder, ',');
+    EXPECT_EQ(node.m_nLineCnt, 0);
+    EXPECT_EQ(node.m_strFilename, "f.txt");
+    // Negative numbers come back as the same 32 bits.
+    EXPECT_TRUE(node.SetOffSetStr("-1,", 3, false));
+    EXPECT_EQ(node.m_nHSO, 0xFFFFFFFFu);
+    EXPECT_EQ(node.GetOffSetStr().substr(0, 3), "-1,");
+
+    // A Content-ID with a comma shifts the file name out of reach.
+    CQLMimeMsg shifted;
+    ASSERT_TRUE(shifted.Open("From: a\n\nb\n", false));
+    shifted[0]->m_strCID = "<a,b>";
+    shifted[0]->m_strFilename = "name.txt";
+    CQLMimeMsg reread;
+    ASSERT_TRUE(reread.Open("x", 0, shifted.GetFormat().c_str(), false, false, false));
+    EXPECT_EQ(reread[0]->m_strCID, "<a");
+    EXPECT_EQ(reread[0]->m_strFilename, "b>");
+}
+
+TEST(MimeFormat, OffsetsOutsideTheMessageAreHarmless) {
+    const std::string s = "From: a\n\nshort\n";
+    const char* pszFormat = "0,9999,0,0,90000,90,4000000000,3,,0,0,B,5,,,,,\x05"
+                            "7,3,0,0,999999,1000000,12,2,1.,2,9,Q,0,,,,,\x05";
+    for (bool bParse : {false, true}) {
+        CQLMimeMsg msg;
+        ASSERT_TRUE(msg.Open(s.c_str(), 0, pszFormat, false, bParse, bParse));
+        std::string strBody;
+        for (CQLMimeMsg* p : msg) {
+            p->GetBody(strBody, true);
+            p->GetBody(strBody, false);
+            std::ostringstream out;
+            p->GetBody(out, true);
+        }
+    }
+}
+
+TEST(MimeFormat, CursorAndLevels) {
+    CQLMimeMsg msg;
+    ASSERT_TRUE(msg.Open("Content-Type: multipart/mixed; boundary=b\n\n--b\n\none\n--b\n"
+                         "Content-Type: multipart/alternative; boundary=c\n\n--c\n\ntwo\n--c--\n"
+                         "--b--\n",
+                         false));
+    std::vector<std::string> depths;
+    CQLMimeMsg node;
+    msg.InitMsgCursor();
+    while (msg.GetNextMsg(node)) depths.push_back(node.GetDepth());
+    EXPECT_EQ(depths, (std::vector<std::string>{"", "1.", "2.", "2.1."}));
+    EXPECT_FALSE(msg.GetNextMsg(node));
+    // A copy handed out by the cursor reads through the main message's source.
+    std::string strBody;
+    msg.InitMsgCursor();
+    msg.GetNextMsg(node);
+    msg.GetNextMsg(node);
+    ASSERT_TRUE(node.GetBody(strBody, false));
+    EXPECT_EQ(strBody, "one");
+
+    struct Case {
+        const char *a, *b;
+        bool same;
+    } cases[] = {{"", "1.", true},       {"", "10.", false},      {"1.", "2.", true},
+                 {"1.1.", "1.2.", true}, {"1.1.", "2.1.", false}, {"10.", "11.", true},
+                 {"9.", "10.", false},   {"1.", "", false},       {"x", "y", false}};
+    for (const Case& c : cases) {
+        CQLMimeMsg a, b;
+        a.m_strDepth = c.a;
+        b.m_strDepth = c.b;
+        EXPECT_EQ(a.IsSameLevel(b), c.same) << c.a << " " << c.b;
+    }
+}
+
+TEST(MimeFormat, PrintOffSetNamesTypes) {
+    CQLMimeMsg msg;
+    ASSERT_TRUE(msg.Open("Content-Type: application/ms-tnef\n\nx\n", false));
+    testing::internal::CaptureStdout();
+    msg.PrintOffSet();
+    const std::string strOut = testing::internal::GetCapturedStdout();
+    EXPECT_EQ(strOut, "[0] , ContentType[APPLICATION], SubType[MS-TNEF], MSO[0], MEO[34], HSO[0], "
+                      "HEO[34], BSO[35], BEO[37], TSO[35], TEO[37]\n");
+    // A top of the message that is itself TNEF raises no flag in the main message.
+    EXPECT_FALSE(msg.m_bTNEF);
+}
