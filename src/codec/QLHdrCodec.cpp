@@ -10,11 +10,6 @@ namespace {
 
 const char base64_table[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
-// White space as the C locale has it, whatever locale the process runs in.
-inline bool IsSpace(char c) {
-    return c == ' ' || c == '\t' || c == '\n' || c == '\v' || c == '\f' || c == '\r';
-}
-
 int Base64Value(unsigned char c) {
     if (c >= 'A' && c <= 'Z') return c - 'A';
     if (c >= 'a' && c <= 'z') return c - 'a' + 26;
@@ -77,7 +72,7 @@ bool CQLHdrCodec::GetToken(const std::string& strText, unsigned int& nPos, std::
     const size_t n = strText.size();
     if (nPos >= n) return false;
 
-    for (; nPos < n && IsSpace(strText[nPos]); ++nPos)
+    for (; nPos < n && CQLStringParser::IsCSpace(strText[nPos]); ++nPos)
         if (strText[nPos] != '\r' && strText[nPos] != '\n') strToken += strText[nPos];
 
     if (nPos + 1 < n && strText[nPos] == '=' && strText[nPos + 1] == '?') {
@@ -89,7 +84,7 @@ bool CQLHdrCodec::GetToken(const std::string& strText, unsigned int& nPos, std::
             for (;;) {
                 if (nPos >= n) return true;
                 const char c = strText[nPos];
-                if (IsSpace(c)) break;
+                if (CQLStringParser::IsCSpace(c)) break;
                 strToken += c;
                 ++nPos;
                 if (c == '?') break;
@@ -122,7 +117,8 @@ bool CQLHdrCodec::ParseEW(const std::string& strToken, std::string& strCharset, 
     cEncoding = 'B';
     strEncoded.clear();
     size_t i = 0;
-    for (; i < strToken.size() && IsSpace(strToken[i]); ++i) strEncoded += strToken[i];
+    for (; i < strToken.size() && CQLStringParser::IsCSpace(strToken[i]); ++i)
+        strEncoded += strToken[i];
     const size_t nStart = i + 2; // behind "=?", which is taken on trust
     const size_t nQ1 = strToken.find('?', nStart);
     if (nQ1 == std::string::npos) return false;
@@ -142,7 +138,7 @@ bool CQLHdrCodec::DecodeB64(const std::string& strEncoded, std::string& strOut) 
     strOut.clear();
     const size_t n = strEncoded.size();
     size_t i = 0;
-    for (; i < n && IsSpace(strEncoded[i]); ++i) strOut += strEncoded[i];
+    for (; i < n && CQLStringParser::IsCSpace(strEncoded[i]); ++i) strOut += strEncoded[i];
     unsigned int nAcc = 0;
     int nBits = 0;
     for (; i < n; ++i) {
@@ -165,7 +161,8 @@ bool CQLHdrCodec::DecodeQP(const std::string& strEncoded, std::string& strOut) {
     const unsigned char* p = reinterpret_cast<const unsigned char*>(strEncoded.data());
     const size_t n = strEncoded.size();
     size_t i = 0;
-    for (; i < n && IsSpace(static_cast<char>(p[i])); ++i) strOut += static_cast<char>(p[i]);
+    for (; i < n && CQLStringParser::IsCSpace(static_cast<char>(p[i])); ++i)
+        strOut += static_cast<char>(p[i]);
     // The output ends at the write position; going back to the trim mark drops the blanks
     // that stand before a carriage return.
     size_t nTrim = 0;
@@ -271,7 +268,7 @@ std::string CQLHdrCodec::DecodeText(const std::string& strText, const std::strin
             if (ParseEW(strToken, strWordCharset, cEncoding, strEncoded)) {
                 if (bPrevEW) {
                     size_t k = 0;
-                    while (k < strEncoded.size() && IsSpace(strEncoded[k])) ++k;
+                    while (k < strEncoded.size() && CQLStringParser::IsCSpace(strEncoded[k])) ++k;
                     strEncoded.erase(0, k);
                 }
                 if (cEncoding == 'B')

@@ -78,6 +78,10 @@ public:
     static long long ToInt64(const char* psz);
     static double ToDouble(const char* psz);
     static bool CaseIgnoreEqualChar(char c1, char c2);
+    // isspace as the C locale has it, whatever locale the process runs in.
+    static bool IsCSpace(char c) {
+        return c == ' ' || c == '\t' || c == '\n' || c == '\v' || c == '\f' || c == '\r';
+    }
     static int myvsnprintf(char* pszBuf, unsigned long nMax, const char* pszFormat, va_list args);
 
     unsigned long ToULong() { return ToULong(c_str()); }

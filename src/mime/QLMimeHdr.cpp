@@ -15,11 +15,6 @@ struct LineView {
     size_t n = 0;
 };
 
-// White space as the C locale has it, whatever locale the process runs in.
-inline bool IsSpace(char c) {
-    return c == ' ' || c == '\t' || c == '\n' || c == '\v' || c == '\f' || c == '\r';
-}
-
 inline bool IsBlankLine(const LineView& line) {
     return line.n == 0 || (line.n == 1 && line.p[0] == '\n') ||
            (line.n == 2 && line.p[0] == '\r' && line.p[1] == '\n');
@@ -152,7 +147,7 @@ bool CQLMimeHdr::ParseField(LineReader& reader, unsigned long nOffset, unsigned 
     while (nPos < nSourceLen) {
         line = reader(nPos);
         if (IsBlankLine(line)) break;
-        if (HasColon(line) && !IsSpace(line.p[0])) break;
+        if (HasColon(line) && !CQLStringParser::IsCSpace(line.p[0])) break;
         strRaw.append(line.p, line.n);
         ++m_nLineCnt;
         nPos += line.n;

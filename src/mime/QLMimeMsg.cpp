@@ -20,10 +20,6 @@ namespace {
 const unsigned long kNotFound = static_cast<unsigned long>(-1);
 const int kMaxEntities = 2000;
 
-inline bool IsSpace(char c) {
-    return c == ' ' || c == '\t' || c == '\n' || c == '\v' || c == '\f' || c == '\r';
-}
-
 void AppendNumber(std::string& strOut, int nValue) {
     char szBuf[16];
     const auto res = std::to_chars(szBuf, szBuf + sizeof(szBuf), nValue);
@@ -501,9 +497,10 @@ unsigned long CQLMimeMsg::BDFind(CQLIMimeStr* pMimeStr, const std::string& strBo
             if (szBuf[2] == '\n' || szBuf[2] == '\r') return nHit;
             if (nHit + nBoundaryLen + 2 == nLength) return nHit;
             // "--boundary--" with trailing blanks up to the end of the source.
-            if (IsSpace(szBuf[2])) {
+            if (CQLStringParser::IsCSpace(szBuf[2])) {
                 for (unsigned long i = 3; i < 512; ++i)
-                    if (!IsSpace(szBuf[i]) && nHit + nBoundaryLen + i == nLength) return nHit;
+                    if (!CQLStringParser::IsCSpace(szBuf[i]) && nHit + nBoundaryLen + i == nLength)
+                        return nHit;
             }
         }
         // The boundary was only a prefix of a longer text.
