@@ -51,9 +51,12 @@ bool IsAsciiLabel(const std::string& strLabel) {
         const size_t n = strlen(pszFamily);
         if (strLower.compare(0, n, pszFamily) != 0 || strLower.size() == n) continue;
         const std::string strRest = strLower.substr(n);
-        if (strRest.find_first_not_of("0123456789") != std::string::npos) continue;
+        if (strRest.find_first_not_of("0123456789") != std::string::npos || strRest[0] == '0')
+            continue;
         const int nNum = atoi(strRest.c_str());
-        if (pszFamily[0] == 'i' ? (nNum >= 1 && nNum <= 16 && nNum != 12) : strRest.size() == 1)
+        // ISO-8859-1 to 16 but 12; windows-1250 to 1258.
+        if (pszFamily[0] == 'i' ? (nNum >= 1 && nNum <= 16 && nNum != 12)
+                                : (strRest.size() == 1 && nNum <= 8))
             return true;
     }
     return false;

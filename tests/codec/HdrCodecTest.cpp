@@ -198,36 +198,3 @@ TEST(HdrCodec, DamagedInputStaysInBounds) {
     EXPECT_EQ(codec.Decode(strLong, "UTF-8", "", 0), "b");
     EXPECT_TRUE(codec.IsBadCharset());
 }
-
-TEST(HdrCodec, ShortcutsAgreeWithTheFullDecode) {
-    // GetWordCharset gives what Decode with O_ITEM_CS gives.
-    const std::vector<std::string> vTexts = {"plain subject",
-                                             "=?EUC-KR?B?x9HB2w==?= report",
-                                             "a =?us-ascii?Q?x?=",
-                                             "=?UTF-8?Q?bad=ZZ?=",
-                                             "raw \x1B$B$3$s\x1B(B text",
-                                             "=?x-bogus?B?YQ==?= =?utf-8?B?Yg==?=",
-                                             "=?broken",
-                                             ""};
-    for (const std::string& strText : vTexts) {
-        CQLHdrCodec a, b;
-        EXPECT_EQ(a.GetWordCharset(strText), b.Decode(strText, "UTF-8", "", CQLHdrCodec::O_ITEM_CS))
-            << strText;
-    }
-    // Plain ASCII in an ASCII charset skips the converter; a label spelled so that it is not
-    // recognised takes the long way, with the same result and flags.
-    const std::vector<std::pair<std::string, std::string>> vLabels = {
-        {"iso-8859-1", "ISO_8859-1"}, {"euc-kr", "EUCKR"}, {"", ""}, {"utf-8", "UTF8"}};
-    for (const auto& labels : vLabels) {
-        for (const char* pszText : {"report.pdf", " two  words ", "a\"b<c>", "x?y"}) {
-            for (int nOptions : {0, CQLHdrCodec::O_CONV_LTGT | CQLHdrCodec::O_TRIM_DQ}) {
-                CQLHdrCodec fast, slow;
-                EXPECT_EQ(fast.Decode(pszText, "UTF-8", labels.first, nOptions),
-                          slow.Decode(pszText, "UTF-8", labels.second, nOptions))
-                    << pszText << " " << labels.first;
-                EXPECT_EQ(fast.HasCharset(), slow.HasCharset());
-                EXPECT_EQ(fast.IsBadCharset(), slow.IsBadCharset());
-            }
-        }
-    }
-}
