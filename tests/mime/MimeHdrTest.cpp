@@ -1,4 +1,5 @@
 // Header blocks: the tolerant line scanner, content types and parameters.
+#include "codec/QLHdrCodec.h"
 #include "mime/MimeTestUtil.h"
 
 namespace {
@@ -156,6 +157,18 @@ TEST(MimeHdr, Parameters) {
     EXPECT_EQ(Field("text/plain; charset=x").GetSubType(), "plain");
     EXPECT_EQ(Field("text/plain").GetSubType(), "");
     EXPECT_EQ(Field("text; a=b/c;").GetSubType(), "c");
+}
+
+TEST(MimeHdr, DecodesValues) {
+    CQLMimeHdr hdr;
+    EXPECT_EQ(hdr.Decode("", "UTF-8", true, true), "");
+    EXPECT_EQ(hdr.Decode("=?EUC-KR?B?vsiz5w==?= <a@b>", "UTF-8", false, false),
+              "\xEC\x95\x88\xEB\x85\x95 <a@b>");
+    // The two flags add the angle-bracket and double-quote clean-ups of the codec.
+    EXPECT_EQ(hdr.Decode("\"Kim\" <a@b>", "UTF-8", false, true),
+              CQLHdrCodec().Decode("\"Kim\" <a@b>", "UTF-8", "", CQLHdrCodec::O_TRIM_DQ));
+    EXPECT_EQ(hdr.Decode("<a@b>", "UTF-8", true, false),
+              CQLHdrCodec().Decode("<a@b>", "UTF-8", "", CQLHdrCodec::O_CONV_LTGT));
 }
 
 TEST(MimeHdr, FileAndMemoryReadTheSameBlock) {

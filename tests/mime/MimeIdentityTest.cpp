@@ -71,13 +71,14 @@ TEST(MimeIdentity, Charsets) {
 
 TEST(MimeIdentity, UnnamedPartsAndCIDs) {
     const std::vector<Entry> v = Parse(Multipart(
-        "", "--b\nContent-Type: multipart/related; boundary=r\n\n--r\nContent-Type: text/html\n\n"
-            "<img src=cid:i1>\n--r\nContent-Type: image/gif\nContent-ID: <i1>\n\nGIF\n--r--\n"
-            "--b\nContent-Type: text/plain\n\nunnamed text\n"));
+        "", "--b\nContent-Type: text/plain\n\nunnamed text\n"
+            "--b\nContent-Type: multipart/related; boundary=r\n\n--r\nContent-Type: image/gif\n"
+            "Content-ID: <i1>\n\nGIF\n--r\nContent-Type: text/html\n\n<img src=cid:i1>\n--r--\n"));
     ASSERT_EQ(v.size(), 5u);
-    EXPECT_EQ(v[3].filename, "noname_1.2");
+    EXPECT_EQ(v[1].filename, "");
+    EXPECT_EQ(v[3].depth, "2.1.");
+    EXPECT_EQ(v[3].filename, "noname_2.1");
     EXPECT_EQ(v[3].cid, "<i1>");
-    EXPECT_EQ(v[4].filename, "");
     EXPECT_EQ(Parse("Content-Type: application/pdf\n\n%PDF")[0].filename, "noname_");
 }
 
