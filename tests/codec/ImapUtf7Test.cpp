@@ -2,22 +2,41 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <string>
 
 namespace {
 
-std::string Thrown(bool bEncode, const std::string& strCharset, const std::string& strText,
-                   bool bDiscard = false) {
+// The decoded UTF-8 text, or "!" and the text of the error.
+std::string Dec(const std::string& strText, bool bDiscard) {
     CQLConvParser conv;
     try {
-        if (bEncode)
-            conv.IMAPUTF7Enc(strCharset, strText, bDiscard);
-        else
-            conv.IMAPUTF7Dec(strCharset, strText, bDiscard);
+        return conv.IMAPUTF7Dec("UTF-8", strText, bDiscard);
     } catch (CQLConvParser& e) {
-        return e.GetLastError();
+        return "!" + e.GetLastError();
     }
-    return "(nothing thrown)";
+}
+
+const unsigned int kReset = ~0u;
+
+// "count:written" of one imap_utf7_wctomb call, or of imap_utf7_reset for kReset.
+std::string Put(unsigned int& nState, unsigned int nChar, int nRoom) {
+    CQLConvParser conv;
+    unsigned char szOut[16] = {0};
+    const int n = nChar == kReset ? conv.imap_utf7_reset(nState, szOut, nRoom)
+                                  : conv.imap_utf7_wctomb(nState, szOut, nChar, nRoom);
+    return std::to_string(n) + ":" + reinterpret_cast<char*>(szOut);
+}
+
+// "count:character in hex" of one imap_utf7_mbtowc call.
+std::string Get(unsigned int& nState, const char* pszIn, int nLen) {
+    CQLConvParser conv;
+    unsigned int nChar = 0xEEEE; // shows a character that was not written
+    const int n =
+        conv.imap_utf7_mbtowc(nState, nChar, reinterpret_cast<const unsigned char*>(pszIn), nLen);
+    char szOut[32];
+    snprintf(szOut, sizeof(szOut), "%d:%X", n, nChar);
+    return szOut;
 }
 
 } // namespace
@@ -29,7 +48,6 @@ TEST(ImapUtf7, RoundTrips) {
         std::string strEncoded;
     } kCases[] = {
         {"UTF-8", "Entw\xC3\xBCrfe", "Entw&APw-rfe"},
-        {"UTF-8", "&", "&-"},
         {"UTF-8", "a&b", "a&-b"},
         {"UTF-8", "\xC3\x84\xC3\x96\xC3\x9C", "&AMQA1gDc-"}, // one shift for a run
         {"UTF-8", "\xED\x95\x9C\xEA\xB8\x80", "&1VyuAA-"},   // 한글, ends shifted
@@ -46,102 +64,65 @@ TEST(ImapUtf7, RoundTrips) {
         EXPECT_EQ(conv.IMAPUTF7Enc(c.pszCharset, c.strName, false), c.strEncoded);
         EXPECT_EQ(conv.IMAPUTF7Dec(c.pszCharset, c.strEncoded, false), c.strName);
     }
-    CQLConvParser conv;
-    // The decoder takes printable ASCII as it stands, and an empty shift vanishes.
-    EXPECT_EQ(conv.IMAPUTF7Dec("UTF-8", "a!b_&-", false), "a!b_&");
-    EXPECT_EQ(conv.IMAPUTF7Dec("UTF-8", "& x", false), " x");
-    EXPECT_EQ(conv.IMAPUTF7Dec("UTF-8", "&AGE-&AGI-", false), "ab");
-    EXPECT_EQ(conv.IMAPUTF7Dec("UTF-8", "&AGE.b", false), "a.b");
     // A target that cannot be opened gives the UCS-2 bytes.
+    CQLConvParser conv;
     EXPECT_EQ(conv.IMAPUTF7Dec("no-such", "&APw-", false), std::string("\x00\xFC", 2));
 }
 
-TEST(ImapUtf7, Errors) {
-    const std::string kIllegal = "In IMAPUTF7Dec, illegal multibyte sequence";
-    const std::string kIncomplete = "In IMAPUTF7Dec, incomplete multibyte sequence";
-    EXPECT_EQ(Thrown(false, "UTF-8", "&AGF-"), kIllegal);    // pending bits not zero
-    EXPECT_EQ(Thrown(false, "UTF-8", "&AG-x"), kIllegal);    // half a character
-    EXPECT_EQ(Thrown(false, "UTF-8", "&2ED-"), kIllegal);    // high surrogate alone
-    EXPECT_EQ(Thrown(false, "UTF-8", "&2EAAQQ-"), kIllegal); // no low surrogate behind it
-    EXPECT_EQ(Thrown(false, "UTF-8", "a\x80"), kIllegal);
-    EXPECT_EQ(Thrown(false, "UTF-8", "a\x01"), kIllegal);
-    EXPECT_EQ(Thrown(false, "UTF-8", "&AG"), kIncomplete);
-    EXPECT_EQ(Thrown(false, "UTF-8", "a&"), kIncomplete);
-    EXPECT_EQ(Thrown(false, "UTF-8", "&AGE-&"), kIncomplete);
-    // Discarding does not cover a cut-off text.
-    EXPECT_EQ(Thrown(false, "UTF-8", "&AG", true), kIncomplete);
-
-    // With discard the faults give no character and decoding goes on behind them.
-    CQLConvParser conv;
+TEST(ImapUtf7, Decode) {
+    const std::string kIllegal = "!In IMAPUTF7Dec, illegal multibyte sequence";
+    const std::string kIncomplete = "!In IMAPUTF7Dec, incomplete multibyte sequence";
     const struct {
-        const char* pszIn;
-        const char* pszOut;
-    } kDiscard[] = {
-        {"a\x80"
-         "b",
-         "ab"},
-        {"&AGF-bc", "abc"},
-        {"&AG-xy", "xy"},
-        {"&AG.xy", ".xy"},
-        {"\x80", ""},
-        {"&AGF.x", "a.x"},
-        {"&2EAAQQ-z", "z"},
-        {"&AGE-\x80", "a"},
-        {"\x80\x80\x80&AGE-", "a"},
+        std::string strIn;
+        bool bDiscard;
+        std::string strOut;
+    } kCases[] = {
+        // clang-format off
+        // Printable ASCII stands as it is, and an empty shift vanishes.
+        {"a!b_&-", false, "a!b_&"}, {"& x", false, " x"}, {"&AGE-&AGI-", false, "ab"},
+        {"&AGE.b", false, "a.b"},
+        // Pending bits not zero, half a character, a high surrogate alone or without a low
+        // one behind it, bytes outside the direct set; texts cut off inside a shift.
+        {"&AGF-", false, kIllegal}, {"&AG-x", false, kIllegal}, {"&2ED-", false, kIllegal},
+        {"&2EAAQQ-", false, kIllegal}, {"a\x80", false, kIllegal}, {"a\x01", false, kIllegal},
+        {"&AG", false, kIncomplete}, {"a&", false, kIncomplete}, {"&AGE-&", false, kIncomplete},
+        {"&AG", true, kIncomplete},
+        // With discard the faults give no character and decoding goes on behind them.
+        {"a\200b", true, "ab"}, {"&AGF-bc", true, "abc"}, {"&AG-xy", true, "xy"},
+        {"&AG.xy", true, ".xy"}, {"\x80", true, ""}, {"&2EAAQQ-z", true, "z"},
+        {"&AGE-\x80", true, "a"}, {"\x80\x80\x80&AGE-", true, "a"},
+        // clang-format on
     };
-    for (const auto& c : kDiscard)
-        EXPECT_EQ(conv.IMAPUTF7Dec("UTF-8", c.pszIn, true), c.pszOut) << c.pszIn;
+    for (const auto& c : kCases) EXPECT_EQ(Dec(c.strIn, c.bDiscard), c.strOut) << c.strIn;
 }
 
 TEST(ImapUtf7, CharacterFunctions) {
-    CQLConvParser conv;
-    unsigned char szBuf[16] = {0};
-    unsigned int nState = 0;
     // A character beyond the BMP goes out as a surrogate pair and comes back whole.
-    EXPECT_EQ(conv.imap_utf7_wctomb(nState, szBuf, 0x2000B, 16), 6);
-    EXPECT_EQ(conv.imap_utf7_reset(nState, szBuf + 6, 10), 2);
-    EXPECT_EQ(std::string(reinterpret_cast<char*>(szBuf)), "&2EDcCw-");
+    unsigned int nState = 0;
+    EXPECT_EQ(Put(nState, 0x2000B, 16), "6:&2EDcC");
+    EXPECT_EQ(Put(nState, kReset, 10), "2:w-");
     EXPECT_EQ(nState, 0u);
-    unsigned int nChar = 0;
-    EXPECT_EQ(conv.imap_utf7_mbtowc(nState, nChar, szBuf, 8), 7);
-    EXPECT_EQ(nChar, 0x2000Bu);
+    EXPECT_EQ(Get(nState, "&2EDcCw-", 8), "7:2000B");
 
     // Too little room, nothing encodable, nothing to read.
     nState = 0;
-    EXPECT_EQ(conv.imap_utf7_wctomb(nState, szBuf, 0xFC, 2), -2);
-    EXPECT_EQ(conv.imap_utf7_wctomb(nState, szBuf, 0x110000, 16), -1);
-    EXPECT_EQ(conv.imap_utf7_wctomb(nState, szBuf, 'a', 0), -2);
-    EXPECT_EQ(conv.imap_utf7_mbtowc(nState, nChar, szBuf, 0), -2);
-    EXPECT_EQ(conv.imap_utf7_reset(nState, szBuf, 0), 0);
+    EXPECT_EQ(Put(nState, 0xFC, 2), "-2:");
+    EXPECT_EQ(Put(nState, 0x110000, 16).substr(0, 3), "-1:");
+    EXPECT_EQ(Put(nState, 'a', 0), "-2:");
+    EXPECT_EQ(Get(nState, "", 0), "-2:EEEE");
+    EXPECT_EQ(Put(nState, kReset, 0), "0:");
 
     // The "-" that ends a shift is always written, and counted only before a base64 letter.
-    nState = 0;
-    EXPECT_EQ(conv.imap_utf7_wctomb(nState, szBuf, 0xFC, 16), 3);
-    unsigned char szEnd[8] = {0};
-    unsigned int nSaved = nState;
-    EXPECT_EQ(conv.imap_utf7_wctomb(nState, szEnd, ' ', 8), 2);
-    EXPECT_EQ(std::string(reinterpret_cast<char*>(szEnd)), "w- ");
-    nState = nSaved;
-    EXPECT_EQ(conv.imap_utf7_wctomb(nState, szEnd, 'b', 8), 3);
-    EXPECT_EQ(std::string(reinterpret_cast<char*>(szEnd)), "w-b");
+    EXPECT_EQ(Put(nState, 0xFC, 16), "3:&AP");
+    const unsigned int nShifted = nState;
+    EXPECT_EQ(Put(nState, ' ', 8), "2:w- ");
+    nState = nShifted;
+    EXPECT_EQ(Put(nState, 'b', 8), "3:w-b");
     // Room is checked for the "-" too, so a short buffer is never overrun.
-    nState = nSaved;
-    EXPECT_EQ(conv.imap_utf7_wctomb(nState, szEnd, ' ', 2), -2);
-    EXPECT_EQ(nState, nSaved);
-    EXPECT_EQ(conv.imap_utf7_reset(nState, szEnd, 1), -2);
-    EXPECT_EQ(conv.imap_utf7_reset(nState, szEnd, 2), 2);
-    EXPECT_EQ(nState, 0u);
-
-    // A "-" that ends the input reads as the character 0; otherwise the next one is read too.
-    nState = 0;
-    const unsigned char szIn[] = "&AGE--";
-    EXPECT_EQ(conv.imap_utf7_mbtowc(nState, nChar, szIn, 6), 4);
-    EXPECT_EQ(nChar, 'a');
-    nSaved = nState;
-    EXPECT_EQ(conv.imap_utf7_mbtowc(nState, nChar, szIn + 4, 1), 1);
-    EXPECT_EQ(nChar, 0u);
-    nState = nSaved;
-    EXPECT_EQ(conv.imap_utf7_mbtowc(nState, nChar, szIn + 4, 2), 2);
-    EXPECT_EQ(nChar, static_cast<unsigned int>('-'));
+    nState = nShifted;
+    EXPECT_EQ(Put(nState, ' ', 2), "-2:");
+    EXPECT_EQ(nState, nShifted);
+    EXPECT_EQ(Put(nState, kReset, 1), "-2:");
+    EXPECT_EQ(Put(nState, kReset, 2), "2:w-");
     EXPECT_EQ(nState, 0u);
 }
