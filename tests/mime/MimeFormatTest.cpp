@@ -88,23 +88,6 @@ TEST(MimeFormat, DamagedFormatStrings) {
     EXPECT_EQ(reread[0]->m_strFilename, "b>");
 }
 
-TEST(MimeFormat, OffsetsOutsideTheMessageAreHarmless) {
-    const std::string s = "From: a\n\nshort\n";
-    const char* pszFormat = "0,9999,0,0,90000,90,4000000000,3,,0,0,B,5,,,,,\x05"
-                            "7,3,0,0,999999,1000000,12,2,1.,2,9,Q,0,,,,,\x05";
-    for (bool bParse : {false, true}) {
-        CQLMimeMsg msg;
-        ASSERT_TRUE(msg.Open(s.c_str(), 0, pszFormat, false, bParse, bParse));
-        std::string strBody;
-        for (CQLMimeMsg* p : msg) {
-            p->GetBody(strBody, true);
-            p->GetBody(strBody, false);
-            std::ostringstream out;
-            p->GetBody(out, true);
-        }
-    }
-}
-
 TEST(MimeFormat, CursorAndLevels) {
     CQLMimeMsg msg;
     ASSERT_TRUE(msg.Open("Content-Type: multipart/mixed; boundary=b\n\n--b\n\none\n--b\n"
