@@ -6,312 +6,194 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <memory>
 #include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
 
-// Reaches the fields that have no accessor.
-class CProbe : public CQLFileParser {
-public:
-    using CQLFileParser::CQLFileParser;
-    const std::string& Ext() const { return m_strFileExt; }
-    const std::string& Dir() const { return m_strPath; }
-    int Mode() const { return m_nMode; }
-    long long FilePos() const { return m_nFilePos; }
-    int BufferLen() const { return m_nBufferLen; }
-};
+using P = CQLFileParser;
+const int kRead = P::FILE_READ | P::FILE_BINARY;
+using V = std::vector<std::string>;
+const std::string kReadOnly = "In Write(), Access denied, This file has ReadOnly flag.";
 
-std::string Cwd() {
-    char sz[4096];
-    EXPECT_NE(getcwd(sz, sizeof(sz)), nullptr);
-    std::string str = sz;
-    if (str.back() != '/') str += '/';
-    return str;
+// The text of what fn throws, marked by whether the file object itself flew.
+template <class F> std::string Thrown(F fn) {
+    try {
+        fn();
+    } catch (CQLExceptionParser& e) {
+        return (dynamic_cast<CQLFileParser*>(&e) ? "file: " : "plain: ") + e.GetLastError();
+    }
+    return "no throw";
+}
+
+std::string Sys(int nErr) {
+    return strerror(nErr);
 }
 
 bool FdIsOpen(int nFD) {
     return fcntl(nFD, F_GETFD) != -1;
 }
 
-const int kRead = CQLFileParser::FILE_READ | CQLFileParser::FILE_BINARY;
-const int kStream = CQLFileParser::FILE_STREAM;
-
-class FileParser : public ::testing::Test {
-protected:
-    CTempDir m_tmp;
+class CExtProbe : public CQLFileParser {
+public:
+    const std::string& Ext() const { return m_strFileExt; }
 };
 
-// Both read forms: descriptor and stream.
-class FileParserForms : public FileParser, public ::testing::WithParamInterface<int> {};
-INSTANTIATE_TEST_SUITE_P(Forms, FileParserForms, ::testing::Values(0, kStream),
-                         [](const ::testing::TestParamInfo<int>& info) {
-                             return info.param ? std::string("Stream") : std::string("Descriptor");
-                         });
+// Each test runs in both forms: descriptor (0) and stream.
+class FileParser : public ::testing::TestWithParam<int> {
+protected:
+    std::unique_ptr<CQLFileParser> Opened(const std::string& strContent, int nMode = kRead) {
+        auto f = std::make_unique<CQLFileParser>(m_tmp.MakeFile(strContent), false);
+        EXPECT_TRUE(f->Open(nMode | GetParam())) << f->GetLastError();
+        return f;
+    }
+    std::string OpenText(const std::string& strPath, int nMode) {
+        CQLFileParser f(strPath, false);
+        EXPECT_FALSE(f.Open(nMode) || f.IsOpen());
+        return f.GetLastError();
+    }
+    CTempDir m_tmp;
+};
+INSTANTIATE_TEST_SUITE_P(Forms, FileParser, ::testing::Values(0, P::FILE_STREAM));
 
 } // namespace
 
-TEST(FileParserName, SplitsAndNormalisesPaths) {
-    const std::string strCwd = Cwd();
-    struct Case {
-        const char* pszName;
-        bool bNormalize;
-        std::string strPath;
-        const char* pszBase;
-    } cases[] = {
-        {"plain.eml", false, strCwd, "plain.eml"},
-        {"plain.eml", true, strCwd, "plain.eml"},
-        {"/a/./b/../c/f", true, "//a/c/", "f"},
-        {"/a/./b/../c/f", false, "/a/./b/../c/", "f"},
-        {"/a/../b/f", true, "//b/", "f"},
-        {"/../a/f", true, "/a/", "f"},
-        {"/../../a/f", true, "/../a/", "f"},
-        {"/a//b/f", true, "//a//b/", "f"},
-        {"/f", true, "//", "f"},
-        {"x/../y/f", true, "/" + strCwd + "y/", "f"},
-        {"x/../y/f", false, "x/../y/", "f"},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.pszName);
-        CProbe f(c.pszName, c.bNormalize);
-        EXPECT_EQ(f.Dir(), c.strPath);
-        EXPECT_EQ(f.GetFileName(), c.pszBase);
-        EXPECT_EQ(f.GetPath(), c.strPath + c.pszBase);
+TEST(FileParserName, SplitsNormalisesAndRejects) {
+    char szCwd[4096];
+    ASSERT_NE(getcwd(szCwd, sizeof(szCwd)), nullptr);
+    std::string strCwd = szCwd;
+    if (strCwd.back() != '/') strCwd += '/';
+    // "@" stands for the current directory. The leading empty token guards the root, so the
+    // first ".." beyond it removes the guard.
+    const std::tuple<const char*, bool, std::string> cases[] = {
+        {"plain.eml", false, "@plain.eml"}, {"plain.eml", true, "@plain.eml"},
+        {"/a/./b/../c/f", true, "//a/c/f"}, {"/a/./b/../c/f", false, "/a/./b/../c/f"},
+        {"/../a/f", true, "/a/f"},          {"/../../a/f", true, "/../a/f"},
+        {"/a//b/f", true, "//a//b/f"},      {"x/../y/f", true, "/@y/f"}};
+    for (auto [pszName, bNormalize, strPath] : cases) {
+        if (strPath.find('@') != std::string::npos) strPath.replace(strPath.find('@'), 1, strCwd);
+        CQLFileParser f(pszName, bNormalize);
+        EXPECT_EQ(f.GetPath(), strPath) << pszName;
+        EXPECT_EQ(f.GetFileName(), strPath.substr(strPath.rfind('/') + 1));
+    }
+
+    CExtProbe f;
+    const std::string strInvalid = "In SetFileName(), invalid filename[/var/mail/]";
+    EXPECT_EQ(Thrown([&] { f.SetFileName("/var/mail/", true); }), "file: " + strInvalid);
+    EXPECT_EQ(f.GetLastError(), strInvalid);
+    EXPECT_EQ(f.GetPath(), "/var/mail/"); // the path stays as set
+    std::string strUnused;
+    const std::pair<const char*, const char*> exts[] = {
+        {"a.b.txt", "txt"}, {".profile", "txt"}, {nullptr, "txt"}, {"x.", ""}};
+    for (const auto& [pszName, pszExt] : exts) {
+        EXPECT_EQ(f.SetFileExt(pszName, strUnused), 0);
+        EXPECT_EQ(f.Ext(), pszExt);
     }
 }
 
-TEST(FileParserName, TrailingSlashThrowsAndKeepsWhatWasSet) {
-    CProbe f;
-    try {
-        f.SetFileName("/var/mail/", true);
-        FAIL() << "no throw";
-    } catch (CQLFileParser& e) {
-        EXPECT_EQ(e.GetLastError(), "In SetFileName(), invalid filename[/var/mail/]");
+TEST_P(FileParser, FailureTexts) {
+    const std::string strFile = m_tmp.MakeFile("0123456789");
+    const std::string strMissing = m_tmp.Path("nodir/m.eml"), strUnder = strFile + "/m.eml";
+    // The descriptor form names the full path, the stream form the base name only.
+    const bool bStream = GetParam() != 0;
+    const std::string strName = bStream ? strFile.substr(m_tmp.Dir().size() + 1) : strFile;
+    EXPECT_EQ(OpenText(strMissing, kRead | GetParam()),
+              "In Open(" + (bStream ? "m.eml" : strMissing) + "), " + Sys(ENOENT));
+    EXPECT_EQ(OpenText(strUnder, P::FILE_RW | GetParam()),
+              "In Open(" + (bStream ? "m.eml" : strUnder) + "), " + Sys(ENOTDIR));
+    if (bStream) { // no access bit makes an empty mode, which the system library refuses
+        EXPECT_EQ(OpenText(strFile, P::FILE_BINARY | GetParam()),
+                  "In Open(" + strName + "), " + Sys(EINVAL));
     }
-    EXPECT_EQ(f.GetLastError(), "In SetFileName(), invalid filename[/var/mail/]");
-    EXPECT_EQ(f.Dir(), "/var/mail/");
-    EXPECT_EQ(f.GetFileName(), "");
-    EXPECT_THROW({ CQLFileParser oBad("dir/", false); }, CQLFileParser);
-}
+    if (geteuid() != 0) { // root ignores file permissions
+        ASSERT_EQ(chmod(strFile.c_str(), 0444), 0);
+        EXPECT_EQ(OpenText(strFile, P::FILE_WRITE | GetParam()),
+                  "In Open(" + strName + "), " + Sys(EACCES));
+    }
 
-TEST(FileParserName, SetFileExtTakesTextAfterLastInnerDot) {
-    struct Case {
-        const char* pszName;
-        const char* pszExt;
-    } cases[] = {{"a.b.txt", "txt"}, {".profile", "old"}, {"noext", "old"},
-                 {"", "old"},        {"x.", ""},          {nullptr, "old"}};
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.pszName ? c.pszName : "(null)");
-        CProbe f;
-        std::string strUnused;
-        f.SetFileExt("seed.old", strUnused);
-        EXPECT_EQ(f.SetFileExt(c.pszName, strUnused), 0);
-        EXPECT_EQ(f.Ext(), c.pszExt);
-    }
-}
-
-TEST_F(FileParser, OpenFailuresGiveTheirTexts) {
-    const std::string strFile = m_tmp.MakeFile("x");
-    const std::string strMissing = m_tmp.Path("nodir/m.eml");
-    const std::string strUnderFile = strFile + "/m.eml";
-    struct Case {
-        std::string strPath;
-        int nMode;
-        std::string strText;
-    } cases[] = {
-        {strMissing, kRead, "In Open(" + strMissing + "), " + strerror(ENOENT)},
-        {strMissing, CQLFileParser::FILE_WRITE, "In Open(" + strMissing + "), " + strerror(ENOENT)},
-        {strUnderFile, kRead, "In Open(" + strUnderFile + "), " + strerror(ENOTDIR)},
-        // The stream form names only the base name.
-        {strMissing, kRead | kStream, std::string("In Open(m.eml), ") + strerror(ENOENT)},
-        {strUnderFile, CQLFileParser::FILE_RW | kStream,
-         std::string("In Open(m.eml), ") + strerror(ENOTDIR)},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.strPath + " mode " + std::to_string(c.nMode));
-        CQLFileParser f(c.strPath, false);
-        EXPECT_FALSE(f.Open(c.nMode));
-        EXPECT_FALSE(f.IsOpen());
-        EXPECT_EQ(f.GetFD(), -1);
-        EXPECT_EQ(f.GetLastError(), c.strText);
-    }
-    // No access bit at all: an empty stream mode, which the system library refuses.
     CQLFileParser f(strFile, false);
-    EXPECT_FALSE(f.Open(CQLFileParser::FILE_BINARY | kStream));
-    EXPECT_EQ(f.GetLastError(), "In Open(" + f.GetFileName() + "), " + strerror(EINVAL));
+    ASSERT_TRUE(f.Open(kRead | GetParam()));
+    EXPECT_EQ(Thrown([&] { f.Write("new", 3); }), "file: " + kReadOnly);
+    EXPECT_EQ(Thrown([&] { f.Write(std::string()); }), "file: " + kReadOnly);
+    EXPECT_EQ(Thrown([&] { f.Write(nullptr, 3); }), "file: In Write(), Invalid data ptr.");
+    EXPECT_EQ(CTempDir::ReadAll(strFile), "0123456789");
+    EXPECT_FALSE(f.SetPos(-5, P::POS_SET));
+    EXPECT_EQ(f.GetLastError(), "In SetPos(" + f.GetFileName() +
+                                    "), off_t[-5], pos[0], size[10], err[" + Sys(EINVAL) + "]");
+    const std::string strLong(200, 'n'); // the SetPos text is cut to 255 bytes
+    CQLFileParser g(m_tmp.Path(strLong), false);
+    ASSERT_TRUE(g.Open(P::FILE_RW | GetParam()));
+    ASSERT_TRUE(g.Write(std::string("abc")) == 3 && g.Flush());
+    EXPECT_FALSE(g.SetPos(-123456789, P::POS_CUR));
+    EXPECT_EQ(g.GetLastError(), ("In SetPos(" + strLong +
+                                 "), off_t[-123456789], pos[1], size[3], err[" + Sys(EINVAL) + "]")
+                                    .substr(0, 255));
+    EXPECT_EQ(Thrown([&] { P::GetSize(strMissing); }), "plain: In GetSize(), " + Sys(ENOENT));
+
+    // A directory opens but does not read; ReadLine passes that on as a plain exception.
+    CQLFileParser d(m_tmp.Dir(), false);
+    ASSERT_TRUE(d.Open(kRead | GetParam()));
+    const std::string strRead = "In Read(" + d.GetFileName() + "), " + Sys(EISDIR);
+    char sz[8];
+    EXPECT_EQ(Thrown([&] { d.Read(sz, sizeof(sz)); }), "file: " + strRead);
+    std::string strLine;
+    EXPECT_EQ(Thrown([&] { d.ReadLine(strLine, true); }), "plain: " + strRead);
+    EXPECT_FALSE(d.IsLF());
 }
 
-TEST_F(FileParser, OpenWithoutNameLeavesAGivenDescriptorAlone) {
-    const std::string strFile = m_tmp.MakeFile("abc");
-    const int nFD = open(strFile.c_str(), O_RDONLY);
-    ASSERT_GE(nFD, 0);
-    {
-        CQLFileParser f;
-        f.SetFD(nFD);
-        EXPECT_FALSE(f.Open(kRead));
-        EXPECT_EQ(f.GetLastError(), "In Open(), m_strFileName is empty, Please make sure "
-                                    "SetFileName(), before call Open()");
-        EXPECT_FALSE(f.IsOpen());
-        char sz[4] = {0};
-        EXPECT_EQ(f.Read(sz, 3), 3u);
-        EXPECT_STREQ(sz, "abc");
-        EXPECT_EQ(f.GetSize(), 3);
-        EXPECT_THROW(f.Write("z", 1), CQLFileParser);
-        EXPECT_EQ(f.GetLastError(), "In Write(), Access denied, This file has ReadOnly flag.");
-        f.Close();
+TEST_P(FileParser, WriteModes) {
+    const bool bStream = GetParam() != 0;
+    const std::pair<int, const char*> cases[] = {
+        {P::FILE_WRITE, bStream ? "XY" : "XYcdef"}, // a descriptor overwrites in place
+        {P::FILE_WRITE | P::FILE_TRUNC | P::FILE_BINARY, "XY"},
+        {P::FILE_RW | P::FILE_APPEND, "abcdefXY"}};
+    for (const auto& [nMode, pszResult] : cases) {
+        auto f = Opened("abcdef", nMode);
+        EXPECT_EQ(f->Write(std::string("XY")) + f->Write("Z", 0), 2);
+        EXPECT_TRUE(f->Flush());
+        f->Close();
+        EXPECT_EQ(CTempDir::ReadAll(f->GetPath()), pszResult) << nMode;
     }
-    // Neither Close nor the destructor closes a descriptor handed in by SetFD.
-    EXPECT_TRUE(FdIsOpen(nFD));
-    close(nFD);
-}
+    if (bStream) return;
 
-TEST(FileParserPipe, UnseekableDescriptor) {
-    int aFD[2];
-    ASSERT_EQ(pipe(aFD), 0);
-    ASSERT_EQ(write(aFD[1], "abc", 3), 3);
-    close(aFD[1]);
-    CQLFileParser f;
-    f.SetFD(aFD[0]);
-    char c = 0;
-    ASSERT_TRUE(f.ReadFromBuffer(c));
-    // The count starts from the failed lseek's -1, and only a count above 0 is trusted.
-    EXPECT_EQ(f.GetPos(), -1);
-    ASSERT_TRUE(f.ReadFromBuffer(c));
-    EXPECT_EQ(c, 'b');
-    EXPECT_EQ(f.GetPos(), 1);
-    EXPECT_FALSE(f.SetPos(0, CQLFileParser::POS_SET));
-    EXPECT_EQ(f.GetLastError(),
-              std::string("In SetPos(), off_t[0], pos[0], size[0], err[") + strerror(ESPIPE) + "]");
-    close(aFD[0]);
-}
-
-TEST_F(FileParser, PermissionDeniedOpen) {
-    if (geteuid() == 0) GTEST_SKIP() << "running as root, which ignores file permissions";
-    const std::string strFile = m_tmp.MakeFile("x");
-    ASSERT_EQ(chmod(strFile.c_str(), 0444), 0);
-    CQLFileParser f(strFile, false);
-    EXPECT_FALSE(f.Open(CQLFileParser::FILE_WRITE));
-    EXPECT_EQ(f.GetLastError(), "In Open(" + strFile + "), " + strerror(EACCES));
-}
-
-TEST_F(FileParser, WriteRefusals) {
-    const std::string strFile = m_tmp.MakeFile("keep");
-    for (int nForm : {0, kStream}) {
-        CQLFileParser f(strFile, false);
-        ASSERT_TRUE(f.Open(kRead | nForm));
-        try {
-            f.Write("new", 3);
-            FAIL() << "no throw";
-        } catch (CQLExceptionParser& e) {
-            // The object itself flies, so a handler can tell the file class apart.
-            EXPECT_NE(dynamic_cast<CQLFileParser*>(&e), nullptr);
-            EXPECT_EQ(e.GetLastError(), "In Write(), Access denied, This file has ReadOnly flag.");
-        }
-        EXPECT_THROW(f.Write(std::string()), CQLFileParser);
-        try {
-            f.Write(nullptr, 3);
-            FAIL() << "no throw";
-        } catch (CQLFileParser& e) {
-            EXPECT_EQ(e.GetLastError(), "In Write(), Invalid data ptr.");
-        }
-    }
-    EXPECT_EQ(CTempDir::ReadAll(strFile), "keep");
-}
-
-TEST_F(FileParser, WriteModes) {
-    using P = CQLFileParser;
-    struct Case {
-        const char* pszWhat;
-        int nMode;
-        const char* pszResult;
-    } cases[] = {
-        {"write without truncate overwrites in place", P::FILE_WRITE, "XYcdef"},
-        {"truncate", P::FILE_WRITE | P::FILE_TRUNC | P::FILE_BINARY, "XY"},
-        {"read-write", P::FILE_RW, "XYcdef"},
-        {"append", P::FILE_APPEND, "abcdefXY"},
-        {"stream write", P::FILE_WRITE | kStream, "XY"},
-        {"stream append", P::FILE_WRITE | P::FILE_APPEND | kStream, "abcdefXY"},
-        {"stream read-write", P::FILE_RW | kStream | P::FILE_BINARY, "XY"},
-        {"stream append read-write", P::FILE_RW | P::FILE_APPEND | kStream, "abcdefXY"},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.pszWhat);
-        const std::string strFile = m_tmp.MakeFile("abcdef");
-        CQLFileParser f(strFile, false);
-        ASSERT_TRUE(f.Open(c.nMode));
-        EXPECT_TRUE(f.IsOpen());
-        EXPECT_EQ(f.Write(std::string("XY")), 2);
-        EXPECT_EQ(f.Write("Z", 0), 0);
-        EXPECT_TRUE(f.Flush());
-        f.Close();
-        EXPECT_EQ(CTempDir::ReadAll(strFile), c.pszResult);
-    }
-}
-
-TEST_F(FileParser, WriteWithAppendAsksForWriteOnlyAndReadWriteAtOnce) {
-    // O_WRONLY | O_RDWR is the access mode that allows neither reading nor writing.
-    const std::string strFile = m_tmp.MakeFile("abc");
-    CQLFileParser f(strFile, false);
-    ASSERT_TRUE(f.Open(CQLFileParser::FILE_WRITE | CQLFileParser::FILE_APPEND));
-    try {
-        f.Write("x", 1);
-        FAIL() << "no throw";
-    } catch (CQLFileParser& e) {
-        EXPECT_EQ(e.GetLastError(), "In Write(" + f.GetFileName() + "), " + strerror(EBADF));
-    }
-    EXPECT_EQ(CTempDir::ReadAll(strFile), "abc");
-}
-
-TEST_F(FileParser, NewFilesGetTheUsualPermissions) {
+    // Write with append asks for O_WRONLY | O_RDWR, which allows no writing at all.
+    auto f = Opened("abc", P::FILE_WRITE | P::FILE_APPEND);
+    EXPECT_EQ(Thrown([&] { f->Write("XY", 2); }),
+              "file: In Write(" + f->GetFileName() + "), " + Sys(EBADF));
+    // New files get 0666 less the mask.
     const mode_t nOld = umask(027);
-    CQLFileParser f(m_tmp.Path("new.eml"), false);
-    const bool bOpened = f.Open(CQLFileParser::FILE_WRITE | CQLFileParser::FILE_TRUNC);
+    CQLFileParser g(m_tmp.Path("new"), false);
+    const bool bOpened = g.Open(P::FILE_WRITE);
     umask(nOld);
-    ASSERT_TRUE(bOpened);
     struct stat st;
-    ASSERT_EQ(stat(f.GetPath().c_str(), &st), 0);
+    ASSERT_TRUE(bOpened && stat(g.GetPath().c_str(), &st) == 0);
     EXPECT_EQ(st.st_mode & 0777, 0640u);
-    EXPECT_TRUE(f.Exists());
-    EXPECT_TRUE(CQLFileParser::Exists(f.GetPath()));
-    EXPECT_FALSE(CQLFileParser::Exists(m_tmp.Path("absent")));
+    EXPECT_TRUE(g.Exists() && !P::Exists(m_tmp.Path("absent")));
 }
 
-TEST_P(FileParserForms, ReadLineAndItsLineEnds) {
-    struct Case {
-        const char* pszWhat;
-        std::string strContent;
-        bool bStrip;
-        std::vector<std::string> vLines;
-    } cases[] = {
-        {"crlf stripped", "a\r\nb", true, {"a", "b"}},
-        {"crlf kept", "a\r\nb", false, {"a\r\n", "b"}},
-        {"one lf", "\n", true, {""}},
-        {"one lf kept", "\n", false, {"\n"}},
-        {"only one cr removed", "x\r\r\ny\n", true, {"x\r", "y"}},
-        {"lone cr is no line end", "p\rq\n", true, {"p\rq"}},
-        {"empty lines", "\n\r\n\n", true, {"", "", ""}},
-        {"empty file", "", true, {}},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.pszWhat);
-        CQLFileParser f(m_tmp.MakeFile(c.strContent), false);
-        ASSERT_TRUE(f.Open(kRead | GetParam()));
+TEST_P(FileParser, ReadLineAndIsLF) {
+    const std::tuple<std::string, bool, V, bool> cases[] = {
+        {"a\r\nb", false, {"a\r\n", "b"}, false},
+        {"\n", true, {""}, true},
+        {"x\r\r\ny\n", true, {"x\r", "y"}, false},
+        {"p\rq\n", true, {"p\rq"}, false},
+        {"ab\ncd\r\n", true, {"ab", "cd"}, true}};
+    for (const auto& [strContent, bStrip, vLines, bLF] : cases) {
+        auto f = Opened(strContent);
+        V v;
         std::string strLine = "stale";
-        for (const std::string& strWant : c.vLines) {
-            ASSERT_TRUE(f.ReadLine(strLine, c.bStrip));
-            EXPECT_EQ(strLine, strWant);
-        }
-        EXPECT_FALSE(f.ReadLine(strLine, c.bStrip));
-        EXPECT_EQ(strLine, "");
-        EXPECT_TRUE(f.IsEnd());
-        EXPECT_FALSE(f.ReadLine(strLine, c.bStrip));
+        while (f->ReadLine(strLine, bStrip)) v.push_back(strLine);
+        EXPECT_EQ(v, vLines);
+        EXPECT_TRUE(strLine.empty() && f->IsEnd() && f->SetPos(0, P::POS_SET));
+        EXPECT_EQ(f->IsLF(), bLF) << strContent;
     }
 }
 
-TEST_P(FileParserForms, LinesAcrossTheReadAheadBoundary) {
+TEST_P(FileParser, LinesAcrossTheReadAheadBoundary) {
     // About 40 KiB of lines of every length from 0 to 600, the last one without its LF.
     std::string strContent;
-    std::vector<std::string> vWant;
+    V vWant;
     for (size_t n = 0; strContent.size() < 40000; n = (n + 37) % 601) {
         vWant.push_back(PatternBytes(n));
         strContent += vWant.back() + (n % 2 ? "\r\n" : "\n");
@@ -319,312 +201,143 @@ TEST_P(FileParserForms, LinesAcrossTheReadAheadBoundary) {
     vWant.push_back("tail without line end");
     strContent += vWant.back();
 
-    CQLFileParser f(m_tmp.MakeFile(strContent), false);
-    ASSERT_TRUE(f.Open(kRead | GetParam()));
+    auto f = Opened(strContent);
     std::string strLine;
     size_t nLine = 0, nPos = 0;
-    while (f.ReadLine(strLine, true)) {
+    while (f->ReadLine(strLine, true)) {
         ASSERT_LT(nLine, vWant.size());
         ASSERT_EQ(strLine, vWant[nLine]) << "line " << nLine;
-        nPos = strContent.find('\n', nPos);
-        if (nPos != std::string::npos) {
-            ++nPos;
-            EXPECT_EQ(f.GetPos(), static_cast<long long>(nPos)) << "line " << nLine;
+        if ((nPos = strContent.find('\n', nPos)) != std::string::npos) {
+            EXPECT_EQ(f->GetPos(), static_cast<long long>(++nPos)) << "line " << nLine;
         }
         ++nLine;
     }
     EXPECT_EQ(nLine, vWant.size());
-    EXPECT_TRUE(f.IsEnd());
-}
-
-TEST_P(FileParserForms, ReadFromBufferToTheEnd) {
-    const std::string strContent = PatternBytes(8192 * 2 + 5);
-    CQLFileParser f(m_tmp.MakeFile(strContent), false);
-    ASSERT_TRUE(f.Open(kRead | GetParam()));
-    std::string strGot;
-    char c = 0;
-    while (f.ReadFromBuffer(c)) {
-        strGot += c;
-        ASSERT_EQ(f.GetPos(), static_cast<long long>(strGot.size()));
-    }
-    EXPECT_EQ(strGot, strContent);
-    EXPECT_TRUE(f.IsEnd());
     // End of file is no failure: no throw, but the text is left behind.
-    EXPECT_EQ(f.GetLastError(), "In ReadFromBuffer(" + f.GetFileName() + "), End Of File");
-    EXPECT_FALSE(f.ReadFromBuffer(c));
+    EXPECT_EQ(f->GetLastError(), "In ReadFromBuffer(" + f->GetFileName() + "), End Of File");
 }
 
-TEST_P(FileParserForms, ReadOverwritesWhatTheBufferGave) {
+TEST_P(FileParser, ReadOverwritesWhatTheBufferGaveAndMeetsTheEnd) {
     const std::string strContent = PatternBytes(20000);
-    CProbe f(m_tmp.MakeFile(strContent), false);
-    ASSERT_TRUE(f.Open(kRead | GetParam()));
+    auto f = Opened(strContent);
     char c = 0;
-    ASSERT_TRUE(f.ReadFromBuffer(c));
-    EXPECT_EQ(c, strContent[0]);
-    ASSERT_EQ(f.BufferLen(), 8191);
-
-    // Less than buffered: served from the buffer alone.
-    std::vector<char> vBuf(9000, '\0');
-    EXPECT_EQ(f.Read(vBuf.data(), 10), 10u);
+    ASSERT_TRUE(f->ReadFromBuffer(c)); // 8191 bytes left in the buffer
+    std::vector<char> vBuf(20000, '\0');
+    EXPECT_EQ(f->Read(vBuf.data(), 10), 10u);
     EXPECT_EQ(std::string(vBuf.data(), 10), strContent.substr(1, 10));
-    EXPECT_EQ(f.FilePos(), -1);
 
     // More than buffered: the 8181 buffered bytes are copied, then the next 4 bytes of the
     // file land on top of them and only those 4 are counted.
-    EXPECT_EQ(f.Read(vBuf.data(), 8185), 4u);
+    EXPECT_EQ(f->Read(vBuf.data(), 8185), 4u);
     EXPECT_EQ(std::string(vBuf.data(), 4), strContent.substr(8192, 4));
     EXPECT_EQ(std::string(vBuf.data() + 4, 8181 - 4), strContent.substr(11 + 4, 8181 - 4));
-    EXPECT_EQ(f.GetPos(), 8196);
+    EXPECT_EQ(f->GetPos(), 8196);
 
     // Exactly what is buffered: delivered, but reported as 0.
-    ASSERT_TRUE(f.SetPos(0, CQLFileParser::POS_SET));
-    ASSERT_TRUE(f.ReadFromBuffer(c));
-    EXPECT_EQ(f.Read(vBuf.data(), 8191), 0u);
+    ASSERT_TRUE(f->SetPos(0, P::POS_SET) && f->ReadFromBuffer(c));
+    EXPECT_EQ(f->Read(vBuf.data(), 8191), 0u);
     EXPECT_EQ(std::string(vBuf.data(), 8191), strContent.substr(1, 8191));
-    EXPECT_FALSE(f.IsEnd());
-}
 
-TEST_P(FileParserForms, ReadReportsTheEndAsEachFormDoes) {
-    CQLFileParser f(m_tmp.MakeFile("0123456789"), false);
-    ASSERT_TRUE(f.Open(kRead | GetParam()));
+    // The descriptor form meets the end inside a short read; the stream form on the next.
     std::string str;
-    EXPECT_EQ(f.Read(str, 4), 4u);
-    EXPECT_EQ(str, "0123");
-    EXPECT_FALSE(f.IsEnd());
-    EXPECT_EQ(f.Read(str, 100), 6u);
-    EXPECT_EQ(str, "456789");
-    // The descriptor form meets the end inside the short read; the stream form leaves it to
-    // the next call.
-    EXPECT_EQ(f.IsEnd(), GetParam() == 0);
-    EXPECT_EQ(f.Read(str, 100), 0u);
-    EXPECT_EQ(str, "");
-    EXPECT_TRUE(f.IsEnd());
-    EXPECT_EQ(f.Read(nullptr, 5), 0u);
+    EXPECT_EQ(f->Read(str, 20000), 20000u - 8192);
+    EXPECT_EQ(str, strContent.substr(8192));
+    EXPECT_EQ(f->IsEnd(), GetParam() == 0);
+    EXPECT_EQ(f->Read(str, 100), 0u);
+    EXPECT_TRUE(str.empty() && f->IsEnd());
 }
 
-TEST_P(FileParserForms, SetPosAndTheEndFlag) {
-    const std::string strContent = "0123456789";
-    CQLFileParser f(m_tmp.MakeFile(strContent), false);
-    ASSERT_TRUE(f.Open(kRead | GetParam()));
+TEST_P(FileParser, SetPosAndTheEndFlag) {
+    auto f = Opened("0123456789");
     std::string strLine;
-    ASSERT_TRUE(f.ReadLine(strLine, true));
-    ASSERT_TRUE(f.IsEnd());
+    ASSERT_TRUE(f->ReadLine(strLine, true) && f->IsEnd());
+    // To the end or beyond the flag stays; inside the file it is cleared, the buffer emptied.
+    EXPECT_TRUE(f->SetPos(0, P::POS_END) && f->IsEnd());
+    EXPECT_TRUE(f->SetPos(25, P::POS_SET) && f->IsEnd());
+    EXPECT_TRUE(f->SetPos(0, P::POS_SET) && !f->IsEnd());
 
-    // To the end or beyond: the flag stays.
-    EXPECT_TRUE(f.SetPos(0, CQLFileParser::POS_END));
-    EXPECT_TRUE(f.IsEnd());
-    EXPECT_TRUE(f.SetPos(25, CQLFileParser::POS_SET));
-    EXPECT_TRUE(f.IsEnd());
-
-    // Inside the file: cleared, with the buffer emptied.
-    EXPECT_TRUE(f.SetPos(0, CQLFileParser::POS_SET));
-    EXPECT_FALSE(f.IsEnd());
+    // Each seek starts from offset 3; an unknown origin counts from the start.
+    const std::tuple<long, int, char> cases[] = {
+        {0, P::POS_SET, '0'}, {2, P::POS_CUR, '5'}, {-4, P::POS_END, '6'}, {7, 7, '7'}};
     char c = 0;
-    ASSERT_TRUE(f.ReadFromBuffer(c));
-    EXPECT_EQ(c, '0');
-
-    using P = CQLFileParser;
-    struct Seek {
-        long nOffset;
-        int nPos;
-    };
-    struct Case {
-        std::vector<Seek> vSeeks;
-        char cNext;
-    } cases[] = {
-        {{{3, P::POS_SET}}, '3'},  {{{3, P::POS_SET}, {2, P::POS_CUR}}, '5'},
-        {{{-1, P::POS_END}}, '9'}, {{{-4, P::POS_END}}, '6'},
-        {{{7, 7}}, '7'}, // an unknown origin counts from the start
-    };
-    for (const Case& k : cases) {
-        SCOPED_TRACE(k.cNext);
-        for (const Seek& s : k.vSeeks)
-            ASSERT_TRUE(f.SetPos(s.nOffset, static_cast<P::POS>(s.nPos)));
-        ASSERT_TRUE(f.ReadFromBuffer(c));
-        EXPECT_EQ(c, k.cNext);
-    }
-}
-
-TEST_P(FileParserForms, SetPosInAnEmptyFileKeepsTheEnd) {
-    CQLFileParser f(m_tmp.MakeFile(""), false);
-    ASSERT_TRUE(f.Open(kRead | GetParam()));
-    char c = 0;
-    EXPECT_FALSE(f.ReadFromBuffer(c));
-    ASSERT_TRUE(f.IsEnd());
-    EXPECT_TRUE(f.SetPos(0, CQLFileParser::POS_SET));
-    EXPECT_TRUE(f.IsEnd());
-}
-
-TEST_P(FileParserForms, SetPosFailureText) {
-    CQLFileParser f(m_tmp.MakeFile("0123456789"), false);
-    ASSERT_TRUE(f.Open(kRead | GetParam()));
-    EXPECT_FALSE(f.SetPos(-5, CQLFileParser::POS_SET));
-    EXPECT_EQ(f.GetLastError(), "In SetPos(" + f.GetFileName() +
-                                    "), off_t[-5], pos[0], size[10], err[" + strerror(EINVAL) +
-                                    "]");
-
-    // The text is cut to 255 bytes.
-    const std::string strLong(200, 'n');
-    CQLFileParser g(m_tmp.Path(strLong), false);
-    ASSERT_TRUE(g.Open(CQLFileParser::FILE_RW | GetParam()));
-    ASSERT_EQ(g.Write(std::string("abc")), 3);
-    ASSERT_TRUE(g.Flush());
-    EXPECT_FALSE(g.SetPos(-123456789, CQLFileParser::POS_CUR));
-    const std::string strFull = "In SetPos(" + strLong +
-                                "), off_t[-123456789], pos[1], size[3], err[" + strerror(EINVAL) +
-                                "]";
-    ASSERT_GT(strFull.size(), 255u);
-    EXPECT_EQ(g.GetLastError(), strFull.substr(0, 255));
-}
-
-TEST_P(FileParserForms, IsLFLooksAtTheFirstLineEnd) {
-    struct Case {
-        const char* pszContent;
-        bool bLF;
-    } cases[] = {{"ab\ncd\r\n", true}, {"ab\r\ncd\n", false}, {"abc", false}, {"", false}};
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.pszContent);
-        CQLFileParser f(m_tmp.MakeFile(c.pszContent), false);
-        ASSERT_TRUE(f.Open(kRead | GetParam()));
-        EXPECT_EQ(f.IsLF(), c.bLF);
-    }
-}
-
-TEST_P(FileParserForms, ReadOfADirectoryThrows) {
-    CQLFileParser d(m_tmp.Dir(), false);
-    ASSERT_TRUE(d.Open(kRead | GetParam()));
-    char sz[8];
-    try {
-        d.Read(sz, sizeof(sz));
-        FAIL() << "no throw";
-    } catch (CQLFileParser& e) {
-        EXPECT_EQ(e.GetLastError(), "In Read(" + d.GetFileName() + "), " + strerror(EISDIR));
-    }
-    // ReadLine passes a read failure on as a plain exception.
-    std::string strLine;
-    try {
-        d.ReadLine(strLine, true);
-        FAIL() << "no throw";
-    } catch (CQLFileParser&) {
-        FAIL() << "should be a plain CQLExceptionParser";
-    } catch (CQLExceptionParser& e) {
-        EXPECT_EQ(e.GetLastError(), "In Read(" + d.GetFileName() + "), " + strerror(EISDIR));
-        EXPECT_EQ(e.GetErrorCode(), 0);
-    }
-    EXPECT_FALSE(d.IsLF());
-}
-
-TEST_P(FileParserForms, ReopenKeepsTheReadAhead) {
-    CQLFileParser f(m_tmp.MakeFile("abc"), false);
-    ASSERT_TRUE(f.Open(kRead | GetParam()));
-    char c = 0;
-    ASSERT_TRUE(f.ReadFromBuffer(c));
-    EXPECT_EQ(c, 'a');
-    ASSERT_TRUE(f.Open(kRead | GetParam())); // closes and opens again
-    ASSERT_TRUE(f.ReadFromBuffer(c));
-    EXPECT_EQ(c, 'b');
-}
-
-TEST_F(FileParser, SizesAndTheirFailures) {
-    const std::string strFile = m_tmp.MakeFile(PatternBytes(12345));
-    EXPECT_EQ(CQLFileParser::GetSize(strFile), 12345);
-    CQLFileParser f(strFile, false);
-    EXPECT_EQ(f.GetSize(), 12345); // by path while closed
-    ASSERT_TRUE(f.Open(kRead | kStream));
-    EXPECT_EQ(f.GetSize(), 12345);
-    EXPECT_GE(f.GetFD(), 0);
-    EXPECT_EQ(f.GetSize(), 12345); // by the stream's descriptor now
-
-    try {
-        CQLFileParser::GetSize(m_tmp.Path("absent"));
-        FAIL() << "no throw";
-    } catch (CQLFileParser&) {
-        FAIL() << "the static form has no object to throw";
-    } catch (CQLExceptionParser& e) {
-        EXPECT_EQ(e.GetLastError(), std::string("In GetSize(), ") + strerror(ENOENT));
+    for (const auto& [nOffset, nPos, cNext] : cases) {
+        ASSERT_TRUE(f->SetPos(3, P::POS_SET));
+        ASSERT_TRUE(f->SetPos(nOffset, static_cast<P::POS>(nPos)));
+        ASSERT_TRUE(f->ReadFromBuffer(c));
+        EXPECT_EQ(c, cNext);
     }
 
-    const int nClosed = open(strFile.c_str(), O_RDONLY);
-    ASSERT_GE(nClosed, 0);
-    close(nClosed);
-    CQLFileParser g;
-    g.SetFD(nClosed);
-    try {
-        g.GetSize();
-        FAIL() << "no throw";
-    } catch (CQLFileParser& e) {
-        EXPECT_EQ(e.GetLastError(), std::string("In GetSize(), ") + strerror(EBADF));
-    }
+    auto g = Opened(""); // an empty file keeps its end
+    EXPECT_FALSE(g->ReadFromBuffer(c));
+    EXPECT_TRUE(g->SetPos(0, P::POS_SET) && g->IsEnd());
 }
 
-TEST_F(FileParser, CloseRules) {
-    CProbe never;
-    never.Close();
-    never.Close();
-    EXPECT_FALSE(never.IsOpen());
-
-    CProbe f(m_tmp.MakeFile("abc"), false);
-    ASSERT_TRUE(f.Open(kRead));
-    std::string str;
-    f.Read(str, 10);
-    ASSERT_TRUE(f.IsEnd());
-    f.Close();
-    EXPECT_FALSE(f.IsOpen());
-    EXPECT_FALSE(f.IsEnd());
-    EXPECT_EQ(f.GetFD(), -1);
-    EXPECT_EQ(f.Mode(), 0);
-    EXPECT_FALSE(f.GetFileName().empty()); // the name stays for a later Open
-    f.Close();
-    ASSERT_TRUE(f.Open(kRead));
-    EXPECT_EQ(f.Mode(), kRead | CQLFileParser::FILE_OPENED);
-}
-
-TEST_F(FileParser, AssignmentSharesTheHandleAndTheSecondCloseFails) {
-    CProbe a(m_tmp.MakeFile("abc"), false);
-    ASSERT_TRUE(a.Open(kRead));
+TEST_P(FileParser, BorrowedDescriptor) {
+    auto f = Opened("abc\n");
+    const int nFD = open(f->GetPath().c_str(), O_RDONLY);
     {
-        CProbe b;
-        b = a;
-        EXPECT_EQ(b.GetFD(), a.GetFD());
-        EXPECT_TRUE(b.IsOpen());
+        CQLFileParser b;
+        b.SetFD(nFD);
+        EXPECT_FALSE(b.Open(kRead)); // leaves the descriptor alone
+        EXPECT_EQ(b.GetLastError(), "In Open(), m_strFileName is empty, Please make sure "
+                                    "SetFileName(), before call Open()");
+        char sz[4] = {0};
+        EXPECT_TRUE(b.Read(sz, 3) == 3 && b.GetSize() == 4 && !b.IsOpen());
+        EXPECT_STREQ(sz, "abc");
+        EXPECT_EQ(Thrown([&] { b.Write("z", 1); }), "file: " + kReadOnly);
         b.Close();
+        // A later success on the object leaves the text of the earlier failure.
+        b.SetFileName(f->GetPath(), false);
+        std::string strLine;
+        ASSERT_TRUE(b.Open(kRead | GetParam()) && b.ReadLine(strLine, true));
+        EXPECT_EQ(b.GetLastError(), kReadOnly);
     }
-    try {
-        a.Close();
-        FAIL() << "no throw";
-    } catch (CQLFileParser& e) {
-        EXPECT_EQ(e.GetLastError(), "In Close(" + a.GetFileName() + "), " + strerror(EBADF));
-    }
-    // The state is kept after a failed close; the destructor swallows the second failure.
-    EXPECT_TRUE(a.IsOpen());
+    EXPECT_TRUE(FdIsOpen(nFD)); // never closed by the object
+    close(nFD);
+    CQLFileParser z;
+    z.SetFD(nFD);
+    EXPECT_EQ(Thrown([&] { z.GetSize(); }), "file: In GetSize(), " + Sys(EBADF));
 }
 
-TEST_F(FileParser, CopyConstructionTakesNameAndTextOnly) {
-    CProbe f(m_tmp.MakeFile("abc"), false);
-    ASSERT_TRUE(f.Open(kRead));
-    f.SetLastError("earlier text");
+TEST_P(FileParser, Lifecycle) {
+    CQLFileParser never;
+    never.Close();
+    never.Close();
+    auto f = Opened("abc");
+    f->SetLastError("earlier text");
     char c = 0;
-    ASSERT_TRUE(f.ReadFromBuffer(c));
-    CProbe g(f);
-    EXPECT_FALSE(g.IsOpen());
-    EXPECT_EQ(g.GetFD(), -1);
-    EXPECT_EQ(g.BufferLen(), 0);
-    EXPECT_EQ(g.GetPath(), f.GetPath());
+    ASSERT_TRUE(f->ReadFromBuffer(c));
+    // A copy takes name and text only: it is closed and owns nothing.
+    CQLFileParser g(*f);
+    EXPECT_TRUE(!g.IsOpen() && g.GetFD() == -1 && FdIsOpen(f->GetFD()));
+    EXPECT_EQ(g.GetPath(), f->GetPath());
     EXPECT_EQ(g.GetLastError(), "earlier text");
-    EXPECT_EQ(g.GetErrorCode(), 0);
-    // The original keeps its descriptor.
-    EXPECT_TRUE(FdIsOpen(f.GetFD()));
+    // Opening again closes first and keeps the read-ahead.
+    ASSERT_TRUE(f->Open(kRead | GetParam()) && f->ReadFromBuffer(c));
+    EXPECT_EQ(c, 'b');
+    f->Close();
+    EXPECT_TRUE(!f->IsOpen() && !f->IsEnd() && f->GetFD() == -1);
+
+    // Assignment shares the handle, so the second close fails and keeps the state.
+    ASSERT_TRUE(f->Open(kRead));
+    {
+        CQLFileParser a;
+        a = *f;
+    }
+    EXPECT_EQ(Thrown([&] { f->Close(); }),
+              "file: In Close(" + f->GetFileName() + "), " + Sys(EBADF));
+    EXPECT_TRUE(f->IsOpen());
 }
 
-TEST_F(FileParser, DescriptorZeroIsNeverClosed) {
+TEST(FileParserFd, DescriptorZeroIsNeverClosed) {
+    CTempDir tmp;
     const int nSaved = dup(0);
     if (nSaved < 0) GTEST_SKIP() << "no standard input to borrow descriptor 0 from";
     close(0);
     bool bStillOpen = false;
     {
-        CQLFileParser f(m_tmp.MakeFile("abc"), false);
-        const bool bOpened = f.Open(kRead);
-        if (bOpened && f.GetFD() == 0) {
+        CQLFileParser f(tmp.MakeFile("abc"), false);
+        if (f.Open(kRead) && f.GetFD() == 0) {
             f.Close();
             bStillOpen = FdIsOpen(0);
         }
@@ -634,121 +347,52 @@ TEST_F(FileParser, DescriptorZeroIsNeverClosed) {
     EXPECT_TRUE(bStillOpen);
 }
 
-TEST_F(FileParser, IndirectWriteAndCopyToADescriptor) {
-    const std::string strContent = PatternBytes(8096 * 3 + 17);
-    const std::string strSrc = m_tmp.MakeFile(strContent);
-    const std::string strDest = m_tmp.MakeFile("");
+TEST_P(FileParser, Copies) {
+    const std::string strBig = PatternBytes(8192 * 4 + 100), strSrc = m_tmp.MakeFile(strBig);
+    const std::string strOther = m_tmp.MakeFile("other"), strDest = m_tmp.MakeFile(strBig + "+");
+    std::string strError;
+    EXPECT_TRUE(P::Copy(strSrc, m_tmp.Path("new"), strError, false));
+    EXPECT_TRUE(P::Copy(strSrc, strDest, strError, true)); // truncated
+    EXPECT_EQ(strError, "");
+    EXPECT_EQ(CTempDir::ReadAll(m_tmp.Path("new")), strBig);
+    EXPECT_EQ(CTempDir::ReadAll(strDest), strBig);
 
-    CQLFileParser f;
-    int nFD = open(strDest.c_str(), O_WRONLY);
-    ASSERT_GE(nFD, 0);
-    EXPECT_TRUE(f.Copy(strSrc, nFD));
-    EXPECT_EQ(f.IndirectWrite(nFD, "++", 2), 2u);
-    EXPECT_EQ(f.IndirectWrite(nFD, nullptr, 2), 0u);
-    EXPECT_EQ(f.IndirectWrite(nFD, "++", 0), 0u);
+    const std::string strMissing = m_tmp.Path("nodir/x"), strPre = "In CQLFileParser::Copy(), ";
+    EXPECT_FALSE(P::Copy(strSrc, strOther, strError, false));
+    EXPECT_EQ(strError, strPre + "destination file exists");
+    EXPECT_FALSE(P::Copy(strMissing, m_tmp.Path("y"), strError, true));
+    EXPECT_EQ(strError,
+              strPre + "fail to open src file, In Open(" + strMissing + "), " + Sys(ENOENT));
+    EXPECT_FALSE(P::Copy(strSrc, strMissing, strError, false));
+    EXPECT_EQ(strError,
+              strPre + "fail to open dest file, In Open(" + strMissing + "), " + Sys(ENOENT));
+    EXPECT_TRUE(CTempDir::ReadAll(strOther) == "other" && !P::Exists(m_tmp.Path("y")));
+    if (P::GetSize(m_tmp.Dir()) > 0) { // a read failure passes out as thrown
+        EXPECT_THROW(P::Copy(m_tmp.Dir(), m_tmp.Path("d"), strError, true), CQLFileParser);
+    }
+    // The member form closes itself, copies its own file and keeps the text itself.
+    auto f = Opened("mine");
+    EXPECT_FALSE(f->Copy(strOther, false) || f->IsOpen());
+    EXPECT_EQ(f->GetLastError(), strPre + "destination file exists");
+    EXPECT_TRUE(f->Copy(strOther, true));
+    EXPECT_EQ(CTempDir::ReadAll(strOther), "mine");
+
+    // To a caller's descriptor, in pieces of 8096.
+    int nFD = open(strDest.c_str(), O_WRONLY | O_TRUNC);
+    EXPECT_TRUE(f->Copy(strSrc, nFD) && f->IndirectWrite(nFD, "++", 2) == 2);
+    EXPECT_EQ(f->IndirectWrite(nFD, nullptr, 2), 0u);
     close(nFD);
-    EXPECT_EQ(CTempDir::ReadAll(strDest), strContent + "++");
-
-    struct Case {
-        std::string strSrc;
-        int nFD;
-        std::string strText;
-    } cases[] = {
+    EXPECT_EQ(CTempDir::ReadAll(strDest), strBig + "++");
+    nFD = open(strDest.c_str(), O_RDONLY); // refuses writes, so the copy falls short
+    const std::tuple<std::string, int, std::string> cases[] = {
         {"", 1, "In Copy(), strSrcPath is empty."},
         {strSrc, -1, "In Copy(), bad file fd."},
-        {m_tmp.Path("absent"), 1,
-         "In Copy(), fail to open " + m_tmp.Path("absent") + ", because " + strerror(ENOENT)},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.strText);
+        {strMissing, 1, "In Copy(), fail to open " + strMissing + ", because " + Sys(ENOENT)},
+        {strSrc, nFD, "In IndirectWrite(), " + Sys(EBADF)}};
+    for (const auto& [strFrom, nTo, strWant] : cases) {
         CQLFileParser g;
-        EXPECT_FALSE(g.Copy(c.strSrc, c.nFD));
-        EXPECT_EQ(g.GetLastError(), c.strText);
+        EXPECT_FALSE(g.Copy(strFrom, nTo));
+        EXPECT_EQ(g.GetLastError(), strWant);
     }
-
-    // A descriptor that refuses writes makes the copy short.
-    nFD = open(strDest.c_str(), O_RDONLY);
-    ASSERT_GE(nFD, 0);
-    CQLFileParser g;
-    EXPECT_EQ(g.IndirectWrite(nFD, "ab", 2), 0u);
-    EXPECT_EQ(g.GetLastError(), std::string("In IndirectWrite(), ") + strerror(EBADF));
-    g.SetLastError("");
-    EXPECT_FALSE(g.Copy(strSrc, nFD));
-    EXPECT_EQ(g.GetLastError(), std::string("In IndirectWrite(), ") + strerror(EBADF));
     close(nFD);
-}
-
-TEST_F(FileParser, StaticCopy) {
-    const std::string strBig = PatternBytes(8192 * 4 + 100);
-    const std::string strSrc = m_tmp.MakeFile(strBig);
-    std::string strError;
-
-    // New destination, then overwrite of a longer file, which is truncated.
-    const std::string strDest = m_tmp.Path("copy.eml");
-    EXPECT_TRUE(CQLFileParser::Copy(strSrc, strDest, strError, false));
-    EXPECT_EQ(CTempDir::ReadAll(strDest), strBig);
-    const std::string strLonger = m_tmp.MakeFile(strBig + strBig);
-    EXPECT_TRUE(CQLFileParser::Copy(strSrc, strLonger, strError, true));
-    EXPECT_EQ(CTempDir::ReadAll(strLonger), strBig);
-    EXPECT_EQ(strError, "");
-
-    // An empty source makes an empty copy.
-    const std::string strEmptyCopy = m_tmp.Path("empty.eml");
-    EXPECT_TRUE(CQLFileParser::Copy(m_tmp.MakeFile(""), strEmptyCopy, strError, false));
-    EXPECT_TRUE(CQLFileParser::Exists(strEmptyCopy));
-    EXPECT_EQ(CQLFileParser::GetSize(strEmptyCopy), 0);
-
-    const std::string strOther = m_tmp.MakeFile("other");
-    const std::string strMissing = m_tmp.Path("nodir/x.eml");
-    struct Case {
-        std::string strSrc, strDest;
-        bool bOverwrite;
-        std::string strText;
-    } cases[] = {
-        {strSrc, strOther, false, "In CQLFileParser::Copy(), destination file exists"},
-        {strMissing, m_tmp.Path("y.eml"), true,
-         "In CQLFileParser::Copy(), fail to open src file, In Open(" + strMissing + "), " +
-             strerror(ENOENT)},
-        {strSrc, strMissing, false,
-         "In CQLFileParser::Copy(), fail to open dest file, In Open(" + strMissing + "), " +
-             strerror(ENOENT)},
-        {strSrc, strSrc + "/x", true,
-         "In CQLFileParser::Copy(), fail to open dest file, In Open(" + strSrc + "/x), " +
-             strerror(ENOTDIR)},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.strText);
-        strError.clear();
-        EXPECT_FALSE(CQLFileParser::Copy(c.strSrc, c.strDest, strError, c.bOverwrite));
-        EXPECT_EQ(strError, c.strText);
-    }
-    EXPECT_EQ(CTempDir::ReadAll(strOther), "other");
-    EXPECT_FALSE(CQLFileParser::Exists(m_tmp.Path("y.eml")));
-
-    // A read failure passes out as thrown (a directory opens, but does not read).
-    if (CQLFileParser::GetSize(m_tmp.Dir()) > 0) {
-        EXPECT_THROW(CQLFileParser::Copy(m_tmp.Dir(), m_tmp.Path("d.eml"), strError, true),
-                     CQLFileParser);
-    }
-
-    // The member form copies its own file and keeps the text itself.
-    CQLFileParser f(strSrc, false);
-    ASSERT_TRUE(f.Open(kRead));
-    EXPECT_FALSE(f.Copy(strOther, false));
-    EXPECT_FALSE(f.IsOpen());
-    EXPECT_EQ(f.GetLastError(), "In CQLFileParser::Copy(), destination file exists");
-    EXPECT_TRUE(f.Copy(strOther, true));
-    EXPECT_EQ(CTempDir::ReadAll(strOther), strBig);
-}
-
-TEST_F(FileParser, TextsSurviveLaterSuccess) {
-    CQLFileParser f;
-    EXPECT_FALSE(f.Open(kRead));
-    const std::string strText = f.GetLastError();
-    ASSERT_FALSE(strText.empty());
-    f.SetFileName(m_tmp.MakeFile("abc\n"), false);
-    ASSERT_TRUE(f.Open(kRead));
-    std::string strLine;
-    ASSERT_TRUE(f.ReadLine(strLine, true));
-    EXPECT_EQ(f.GetLastError(), strText);
 }

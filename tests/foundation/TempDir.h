@@ -7,19 +7,12 @@
 #include <iterator>
 #include <stdexcept>
 #include <string>
-#include <unistd.h>
-#include <vector>
 
 // A private directory under the system's temp dir, removed with everything in it.
 class CTempDir {
 public:
-    CTempDir() {
-        std::string strTemplate = std::filesystem::temp_directory_path().string();
-        strTemplate += "/qlmail-test-XXXXXX";
-        std::vector<char> vName(strTemplate.begin(), strTemplate.end());
-        vName.push_back('\0');
-        if (mkdtemp(vName.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
-        m_strDir = vName.data();
+    CTempDir() : m_strDir(std::filesystem::temp_directory_path().string() + "/qlmail-test-XXXXXX") {
+        if (mkdtemp(m_strDir.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
     }
     ~CTempDir() {
         std::error_code ec;
@@ -31,21 +24,11 @@ public:
     const std::string& Dir() const { return m_strDir; }
     std::string Path(const std::string& strName) const { return m_strDir + "/" + strName; }
 
-    // A new file with a unique name (mkstemp) holding the given bytes; returns its full path.
+    // A new file with a unique name holding the given bytes; returns its full path.
     std::string MakeFile(const std::string& strContent) const {
-        std::string strTemplate = m_strDir + "/f-XXXXXX";
-        std::vector<char> vName(strTemplate.begin(), strTemplate.end());
-        vName.push_back('\0');
-        const int nFD = mkstemp(vName.data());
-        if (nFD < 0) throw std::runtime_error("mkstemp failed");
-        size_t nDone = 0;
-        while (nDone < strContent.size()) {
-            const ssize_t n = write(nFD, strContent.data() + nDone, strContent.size() - nDone);
-            if (n <= 0) break;
-            nDone += static_cast<size_t>(n);
-        }
-        close(nFD);
-        return vName.data();
+        const std::string strPath = Path("f-" + std::to_string(++m_nFiles));
+        std::ofstream(strPath, std::ios::binary) << strContent;
+        return strPath;
     }
 
     static std::string ReadAll(const std::string& strPath) {
@@ -55,6 +38,7 @@ public:
 
 private:
     std::string m_strDir;
+    mutable int m_nFiles = 0;
 };
 
 // Bytes that differ at every position modulo a prime, so misplaced blocks show up.
