@@ -168,18 +168,6 @@ bool CQLMimeFile::LineAt(unsigned long nOffset, const char*& pLine, unsigned lon
     return true;
 }
 
-bool CQLMimeFile::ReadLine(unsigned long nOffset, std::string& strLine) {
-    const char* pLine = nullptr;
-    unsigned long nLine = 0;
-    std::string strScratch;
-    if (!LineAt(nOffset, pLine, nLine, strScratch)) {
-        strLine.clear();
-        return false;
-    }
-    strLine.assign(pLine, nLine);
-    return true;
-}
-
 const char* CQLMimeFile::WindowAt(unsigned long nOffset, unsigned long& nAvail) {
     if (!(nOffset >= m_nWindowStart && nOffset < m_nWindowStart + m_nWindowLen) && !Fill(nOffset))
         return nullptr;

@@ -35,10 +35,9 @@ public:
     int GetType() override { return 1; }
 
     // The line at the offset with its line break (CR kept), or to the end of the file when
-    // no LF follows; false when nothing is left. Throws CQLExceptionParser on a read error.
-    bool ReadLine(unsigned long nOffset, std::string& strLine);
-    // The same line without a copy where it lies in the read-ahead window: pLine points into
-    // the window or into strScratch, and stays valid until the next read.
+    // no LF follows; false when nothing is left. Where the line lies in the read-ahead window
+    // pLine points into it, otherwise into strScratch; either stays valid until the next read.
+    // Throws CQLExceptionParser on a read error.
     bool LineAt(unsigned long nOffset, const char*& pLine, unsigned long& nLine,
                 std::string& strScratch);
     CQLFileParser* GetFileObject() { return &m_File; }
