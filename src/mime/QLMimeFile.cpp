@@ -298,17 +298,22 @@ unsigned long CQLMimeFile::FastLineCnt(unsigned long nOffset, unsigned long nLen
     }
 }
 
-std::string CQLMimeFile::SubStr(unsigned long nOffset, unsigned long nLen) {
-    std::string strOut;
-    if (nLen == 0) return strOut;
+bool CQLMimeFile::ReadString(unsigned long nOffset, unsigned long nLen, std::string& strOut) {
     nLen = ClampToLength(nOffset, nLen);
     try {
         strOut.resize(nLen);
         strOut.resize(ReadAt(nOffset, nLen, &strOut[0]));
+        return true;
     } catch (CQLExceptionParser& e) {
         m_strLastError = kPrefix + e.GetLastError();
         strOut.clear();
+        return false;
     }
+}
+
+std::string CQLMimeFile::SubStr(unsigned long nOffset, unsigned long nLen) {
+    std::string strOut;
+    if (nLen != 0) ReadString(nOffset, nLen, strOut);
     return strOut;
 }
 
@@ -341,17 +346,7 @@ unsigned long CQLMimeFile::SubStr(unsigned long nOffset, unsigned long nLen, std
         m_strLastError = kInvalidParameter;
         return 0;
     }
-    strOut.clear();
-    nLen = ClampToLength(nOffset, nLen);
-    try {
-        strOut.resize(nLen);
-        strOut.resize(ReadAt(nOffset, nLen, &strOut[0]));
-    } catch (CQLExceptionParser& e) {
-        m_strLastError = kPrefix + e.GetLastError();
-        strOut.clear();
-        return 0;
-    }
-    return strOut.size();
+    return ReadString(nOffset, nLen, strOut) ? strOut.size() : 0;
 }
 
 unsigned long CQLMimeFile::SubStr(unsigned long nOffset, unsigned long nLen, std::ostream& out) {

@@ -59,6 +59,8 @@ private:
     // nWant bytes at nOffset (fewer at the end of the file), from the window where they lie.
     const char* BlockAt(unsigned long nOffset, unsigned long nWant, unsigned long& nGot);
     void PrepareReadBuf();
+    // The range into strOut, as far as the file goes; false with the text set on a read error.
+    bool ReadString(unsigned long nOffset, unsigned long nLen, std::string& strOut);
     unsigned long ClampToLength(unsigned long nOffset, unsigned long nLen) const;
 
     std::string m_strReadBuf;

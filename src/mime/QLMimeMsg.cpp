@@ -916,34 +916,26 @@ bool CQLMimeMsg::Save(char* pszBuf) {
     return true;
 }
 
-bool CQLMimeMsg::Save(int nFD) {
+template <class Sink> bool CQLMimeMsg::SaveTo(Sink& sink) {
     CQLIMimeStr* pSource = MainSource(this);
     if (pSource == nullptr) return false;
-    if (pSource->SubStr(0, pSource->GetLength(), nFD) == 0) {
+    if (pSource->SubStr(0, pSource->GetLength(), sink) == 0) {
         m_strLastError = "In Save(), " + pSource->GetLastError();
         return false;
     }
     return true;
+}
+
+bool CQLMimeMsg::Save(int nFD) {
+    return SaveTo(nFD);
 }
 
 bool CQLMimeMsg::Save(CQLFileParser& file) {
-    CQLIMimeStr* pSource = MainSource(this);
-    if (pSource == nullptr) return false;
-    if (pSource->SubStr(0, pSource->GetLength(), file) == 0) {
-        m_strLastError = "In Save(), " + pSource->GetLastError();
-        return false;
-    }
-    return true;
+    return SaveTo(file);
 }
 
 bool CQLMimeMsg::Save(std::ostream& out) {
-    CQLIMimeStr* pSource = MainSource(this);
-    if (pSource == nullptr) return false;
-    if (pSource->SubStr(0, pSource->GetLength(), out) == 0) {
-        m_strLastError = "In Save(), " + pSource->GetLastError();
-        return false;
-    }
-    return true;
+    return SaveTo(out);
 }
 
 void CQLMimeMsg::Close() {

@@ -155,6 +155,8 @@ private:
     unsigned long FinishTop(ParseFrame& frame, unsigned long nResult);
     void NameEmbeddedMessage(unsigned long nHdr, unsigned long nEnd);
     CQLIMimeStr* Source() const;
+    // The whole message to a descriptor, a file or a stream.
+    template <class Sink> bool SaveTo(Sink& sink);
 };
 
 #endif
