@@ -349,43 +349,46 @@ unsigned long CQLMimeFile::SubStr(unsigned long nOffset, unsigned long nLen, std
     return ReadString(nOffset, nLen, strOut) ? strOut.size() : 0;
 }
 
+template <class Put>
+long long CQLMimeFile::CopyBlocks(unsigned long nOffset, unsigned long nLen, char* pBlock,
+                                  unsigned long nBlock, Put put) {
+    unsigned long nTotal = 0;
+    try {
+        while (nTotal < nLen) {
+            const unsigned long nWant = std::min(nBlock, nLen - nTotal);
+            const unsigned long nGot = ReadAt(nOffset + nTotal, nWant, pBlock);
+            if (nGot == 0) break; // the end of the file
+            if (!put(pBlock, nGot)) return -1;
+            nTotal += nGot;
+            if (nGot < nWant) break;
+        }
+    } catch (CQLExceptionParser& e) {
+        m_strLastError = kPrefix + e.GetLastError();
+        return -1;
+    }
+    return static_cast<long long>(nTotal);
+}
+
 unsigned long CQLMimeFile::SubStr(unsigned long nOffset, unsigned long nLen, std::ostream& out) {
     if (nLen == 0) {
         m_strLastError = kInvalidParameter;
         return 0;
     }
-    // Text delivery: each block goes out only up to its first NUL byte.
+    const bool bShort = nLen < 1024;
     char szBlock[1024 + 1];
-    try {
-        if (nLen < 1024) {
-            memset(szBlock, 0, sizeof(szBlock));
-            const unsigned long nGot = ReadAt(nOffset, nLen, szBlock);
-            if (nGot == 0) {
+    // Text delivery: each block goes out only up to its first NUL byte.
+    const long long nTotal =
+        CopyBlocks(nOffset, nLen, szBlock, 1024, [&](char* p, unsigned long n) {
+            p[n] = '\0';
+            out << p;
+            if (bShort && !out) {
                 m_strLastError = kPrefix + std::string(strerror(errno));
-                return 0;
+                return false;
             }
-            out << szBlock;
-            if (!out) {
-                m_strLastError = kPrefix + std::string(strerror(errno));
-                return 0;
-            }
-            return nGot;
-        }
-        unsigned long nTotal = 0;
-        while (nTotal < nLen) {
-            const unsigned long nWant = std::min<unsigned long>(1024, nLen - nTotal);
-            memset(szBlock, 0, sizeof(szBlock));
-            const unsigned long nGot = ReadAt(nOffset + nTotal, nWant, szBlock);
-            if (nGot == 0) break; // the end of the file
-            out << szBlock;
-            nTotal += nGot;
-            if (nGot < nWant) break;
-        }
-        return nTotal;
-    } catch (CQLExceptionParser& e) {
-        m_strLastError = kPrefix + e.GetLastError();
-        return 0;
-    }
+            return true;
+        });
+    if (nTotal == 0 && bShort) m_strLastError = kPrefix + std::string(strerror(errno));
+    return nTotal < 0 ? 0 : static_cast<unsigned long>(nTotal);
 }
 
 unsigned long CQLMimeFile::SubStr(unsigned long nOffset, unsigned long nLen, CQLFileParser& file) {
@@ -394,27 +397,13 @@ unsigned long CQLMimeFile::SubStr(unsigned long nOffset, unsigned long nLen, CQL
         return 0;
     }
     char szBlock[1024];
-    try {
-        unsigned long nTotal = 0;
-        while (nTotal < nLen) {
-            const unsigned long nWant = std::min<unsigned long>(1024, nLen - nTotal);
-            const unsigned long nGot = ReadAt(nOffset + nTotal, nWant, szBlock);
-            if (nGot == 0) {
-                if (nLen < 1024) {
-                    m_strLastError = kPrefix + m_File.GetLastError();
-                    return 0;
-                }
-                break; // the end of the file
-            }
-            file.Write(szBlock, nGot);
-            nTotal += nGot;
-            if (nGot < nWant) break;
-        }
-        return nTotal;
-    } catch (CQLExceptionParser& e) {
-        m_strLastError = kPrefix + e.GetLastError();
-        return 0;
-    }
+    const long long nTotal =
+        CopyBlocks(nOffset, nLen, szBlock, 1024, [&](const char* p, unsigned long n) {
+            file.Write(p, n);
+            return true;
+        });
+    if (nTotal == 0 && nLen < 1024) m_strLastError = kPrefix + m_File.GetLastError();
+    return nTotal < 0 ? 0 : static_cast<unsigned long>(nTotal);
 }
 
 unsigned long CQLMimeFile::SubStr(unsigned long nOffset, unsigned long nLen, int nFD) {
@@ -423,28 +412,18 @@ unsigned long CQLMimeFile::SubStr(unsigned long nOffset, unsigned long nLen, int
         return 0;
     }
     std::vector<char> vBlock(8192 + 10);
-    unsigned long nTotal = 0;
-    try {
-        while (nTotal < nLen) {
-            const unsigned long nWant = std::min<unsigned long>(8192, nLen - nTotal);
-            const unsigned long nGot = ReadAt(nOffset + nTotal, nWant, vBlock.data());
-            if (nGot == 0) break;
-            unsigned long nWritten = 0;
-            while (nWritten < nGot) {
-                ssize_t n = write(nFD, vBlock.data() + nWritten, nGot - nWritten);
-                if (n < 0 && errno == EINTR) continue;
-                if (n <= 0) {
+    const long long nTotal =
+        CopyBlocks(nOffset, nLen, vBlock.data(), 8192, [&](const char* p, unsigned long n) {
+            for (unsigned long nWritten = 0; nWritten < n;) {
+                const ssize_t nPut = write(nFD, p + nWritten, n - nWritten);
+                if (nPut < 0 && errno == EINTR) continue;
+                if (nPut <= 0) {
                     m_strLastError = kPrefix + std::string(strerror(errno));
-                    return 0;
+                    return false;
                 }
-                nWritten += static_cast<unsigned long>(n);
+                nWritten += static_cast<unsigned long>(nPut);
             }
-            nTotal += nGot;
-            if (nGot < nWant) break;
-        }
-    } catch (CQLExceptionParser& e) {
-        m_strLastError = kPrefix + e.GetLastError();
-        return 0;
-    }
-    return nTotal;
+            return true;
+        });
+    return nTotal < 0 ? 0 : static_cast<unsigned long>(nTotal);
 }

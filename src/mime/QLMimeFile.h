@@ -59,6 +59,11 @@ private:
     // nWant bytes at nOffset (fewer at the end of the file), from the window where they lie.
     const char* BlockAt(unsigned long nOffset, unsigned long nWant, unsigned long& nGot);
     void PrepareReadBuf();
+    // Reads the range block by block through pBlock and hands each block to put, which
+    // answers false on a failure of its sink; the bytes read, or -1 with the text set.
+    template <class Put>
+    long long CopyBlocks(unsigned long nOffset, unsigned long nLen, char* pBlock,
+                         unsigned long nBlock, Put put);
     // The range into strOut, as far as the file goes; false with the text set on a read error.
     bool ReadString(unsigned long nOffset, unsigned long nLen, std::string& strOut);
     unsigned long ClampToLength(unsigned long nOffset, unsigned long nLen) const;
