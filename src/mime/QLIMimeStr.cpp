@@ -102,18 +102,17 @@ __attribute__((target("avx2"))) unsigned long CountLFAvx2(const char* p, unsigne
 
 } // namespace
 
-// The first match of the needle in the haystack. Delimiters ("\n--...") are searched for over
-// whole bodies: candidates are filtered 16 bytes at a time on the needle's first two bytes,
-// which rarely stand together in a body, and only those are compared in full.
-const char* CQLIMimeStr::FindBytes(const char* pHay, size_t nHay, const char* pNeedle,
-                                   size_t nNeedle) {
-    if (nNeedle == 0) return pHay;
-    if (nNeedle > nHay) return nullptr;
-    if (nNeedle == 1) return static_cast<const char*>(memchr(pHay, pNeedle[0], nHay));
+namespace {
+
+// Delimiters ("\n--...") are searched for over whole bodies: candidates are filtered a vector
+// at a time on the needle's first two bytes, which rarely stand together in a body, and only
+// those are compared in full. The newlines before the match are counted in the same pass,
+// because the parser needs the line count of every body it searches.
+const char* FindBytesSse2(const char* pHay, size_t nHay, const char* pNeedle, size_t nNeedle,
+                          size_t& i) {
     const __m128i vFirst = _mm_set1_epi8(pNeedle[0]);
     const __m128i vSecond = _mm_set1_epi8(pNeedle[1]);
     const size_t nLast = nHay - nNeedle; // last start position
-    size_t i = 0;
     for (; i + 16 <= nLast + 1 && i + 17 <= nHay; i += 16) {
         const __m128i v0 = _mm_loadu_si128(reinterpret_cast<const __m128i*>(pHay + i));
         const __m128i v1 = _mm_loadu_si128(reinterpret_cast<const __m128i*>(pHay + i + 1));
@@ -125,10 +124,81 @@ const char* CQLIMimeStr::FindBytes(const char* pHay, size_t nHay, const char* pN
             nMask &= nMask - 1;
         }
     }
-    for (; i <= nLast; ++i)
-        if (pHay[i] == pNeedle[0] && memcmp(pHay + i + 1, pNeedle + 1, nNeedle - 1) == 0)
-            return pHay + i;
     return nullptr;
+}
+
+template <bool kCount>
+__attribute__((target("avx2,popcnt"))) const char*
+FindBytesAvx2(const char* pHay, size_t nHay, const char* pNeedle, size_t nNeedle, size_t& i,
+              unsigned long& nLF) {
+    const __m256i vFirst = _mm256_set1_epi8(pNeedle[0]);
+    const __m256i vSecond = _mm256_set1_epi8(pNeedle[1]);
+    const __m256i vLF = _mm256_set1_epi8('\n');
+    const size_t nLast = nHay - nNeedle;
+    for (; i + 32 <= nLast + 1 && i + 33 <= nHay; i += 32) {
+        const __m256i v0 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(pHay + i));
+        const __m256i v1 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(pHay + i + 1));
+        const __m256i vEq0 = _mm256_cmpeq_epi8(v0, vFirst);
+        unsigned int nMask = static_cast<unsigned int>(
+            _mm256_movemask_epi8(_mm256_and_si256(vEq0, _mm256_cmpeq_epi8(v1, vSecond))));
+        unsigned int nLFMask = 0;
+        if (kCount)
+            nLFMask = static_cast<unsigned int>(
+                _mm256_movemask_epi8(pNeedle[0] == '\n' ? vEq0 : _mm256_cmpeq_epi8(v0, vLF)));
+        while (nMask != 0) {
+            const unsigned int nBit = static_cast<unsigned int>(__builtin_ctz(nMask));
+            const size_t nAt = i + nBit;
+            if (memcmp(pHay + nAt + 2, pNeedle + 2, nNeedle - 2) == 0) {
+                if (kCount) {
+                    const unsigned int nUpTo = (2u << nBit) - 1u; // bits 0..nBit
+                    nLF += static_cast<unsigned long>(__builtin_popcount(nLFMask & nUpTo));
+                }
+                return pHay + nAt;
+            }
+            nMask &= nMask - 1;
+        }
+        if (kCount) nLF += static_cast<unsigned long>(__builtin_popcount(nLFMask));
+    }
+    return nullptr;
+}
+
+bool HasAvx2() {
+    return __builtin_cpu_supports("avx2") && __builtin_cpu_supports("popcnt");
+}
+
+} // namespace
+
+const char* CQLIMimeStr::FindBytes(const char* pHay, size_t nHay, const char* pNeedle,
+                                   size_t nNeedle, unsigned long* pnLF) {
+    if (pnLF != nullptr) *pnLF = 0;
+    if (nNeedle == 0) return pHay;
+    if (nNeedle > nHay) return nullptr;
+    const char* pHit = nullptr;
+    size_t i = 0;        // positions before i have been searched
+    size_t nCounted = 0; // newlines before nCounted are in nLF
+    unsigned long nLF = 0;
+    if (nNeedle == 1) {
+        pHit = static_cast<const char*>(memchr(pHay, pNeedle[0], nHay));
+    } else {
+        if (HasAvx2() && pnLF != nullptr) {
+            pHit = FindBytesAvx2<true>(pHay, nHay, pNeedle, nNeedle, i, nLF);
+            nCounted = pHit != nullptr ? pHit - pHay + 1 : i;
+        } else if (HasAvx2()) {
+            pHit = FindBytesAvx2<false>(pHay, nHay, pNeedle, nNeedle, i, nLF);
+        } else {
+            pHit = FindBytesSse2(pHay, nHay, pNeedle, nNeedle, i);
+        }
+        // The last positions, fewer than a vector's worth, one at a time.
+        for (const size_t nLast = nHay - nNeedle; pHit == nullptr && i <= nLast; ++i)
+            if (pHay[i] == pNeedle[0] && memcmp(pHay + i + 1, pNeedle + 1, nNeedle - 1) == 0)
+                pHit = pHay + i;
+    }
+    if (pHit != nullptr && pnLF != nullptr) {
+        const size_t nUpTo = pHit - pHay + 1;
+        if (nCounted < nUpTo) nLF += GetLineCnt(pHay + nCounted, nUpTo - nCounted);
+        *pnLF = nLF;
+    }
+    return pHit;
 }
 
 unsigned long CQLIMimeStr::GetLineCnt(const char* pszData, const unsigned long& nLen) {

@@ -47,9 +47,10 @@ public:
     static unsigned long GetLineCnt(const std::string& strData, const unsigned long& nFrom,
                                     const unsigned long& nTo);
 
-    // The first match of the needle in the haystack, or null.
-    static const char* FindBytes(const char* pHay, size_t nHay, const char* pNeedle,
-                                 size_t nNeedle);
+    // The first match of the needle in the haystack, or null. With pnLF, also the number of
+    // newlines from the start of the haystack up to the match, the match's first byte included.
+    static const char* FindBytes(const char* pHay, size_t nHay, const char* pNeedle, size_t nNeedle,
+                                 unsigned long* pnLF = nullptr);
 
 protected:
     // The size of the file just opened in m_File; throws as CQLFileParser::GetSize does.

@@ -23,8 +23,10 @@ char CQLMimeStr::GetChar(int nOffset) {
 unsigned long CQLMimeStr::Find(const std::string& strFind, unsigned long nFrom, int* pnLine,
                                int* pbCRLF) {
     if (nFrom > m_strData.size() || strFind.size() > m_strData.size() - nFrom) return NOT_FOUND;
-    const char* pHit = CQLIMimeStr::FindBytes(m_strData.data() + nFrom, m_strData.size() - nFrom,
-                                              strFind.data(), strFind.size());
+    unsigned long nLF = 0;
+    const char* pHit =
+        CQLIMimeStr::FindBytes(m_strData.data() + nFrom, m_strData.size() - nFrom, strFind.data(),
+                               strFind.size(), pnLine != nullptr ? &nLF : nullptr);
     if (pHit == nullptr) return NOT_FOUND;
     const size_t nHit = pHit - m_strData.data();
     if (pbCRLF != nullptr) {
@@ -34,7 +36,7 @@ unsigned long CQLMimeStr::Find(const std::string& strFind, unsigned long nFrom, 
             m_strData[nAt] == '\n')
             *pbCRLF = 1;
     }
-    if (pnLine != nullptr) *pnLine = static_cast<int>(GetLineCnt(m_strData, nFrom, nHit));
+    if (pnLine != nullptr) *pnLine = static_cast<int>(nLF);
     return nHit;
 }
 

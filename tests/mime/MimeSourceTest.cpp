@@ -46,6 +46,35 @@ TEST(MimeSource, FindCountsLinesDifferently) {
     EXPECT_EQ(src.file.GetLastError(), "");
 }
 
+TEST(MimeSource, MemorySearchCountsLinesAtEveryVectorEdge) {
+    // Matches and near misses at each position around the 16- and 32-byte steps of the
+    // vector search, with newlines and candidate first bytes scattered before them.
+    for (size_t nLen = 0; nLen < 140; ++nLen) {
+        std::string strHay;
+        for (size_t i = 0; i < nLen; ++i) strHay += "ab\n-"[(i * 7 + nLen) % 4];
+        for (const std::string strFind : {"\n--zz", "\n-", "zz", "\n"}) {
+            for (size_t nAt = 0; nAt <= nLen; nAt += 5) {
+                const std::string strData = strHay.substr(0, nAt) + strFind + strHay.substr(nAt);
+                CQLMimeStr mem;
+                mem.SetData(strData, false);
+                for (unsigned long nFrom : {0ul, 1ul, 3ul}) {
+                    int nLine = -1;
+                    const size_t nExpect = strData.find(strFind, nFrom);
+                    const unsigned long nHit = mem.Find(strFind, nFrom, &nLine, nullptr);
+                    SCOPED_TRACE(strData + " from " + std::to_string(nFrom));
+                    if (nExpect == std::string::npos) {
+                        EXPECT_EQ(nHit, CQLIMimeStr::NOT_FOUND);
+                        continue;
+                    }
+                    ASSERT_EQ(nHit, nExpect);
+                    EXPECT_EQ(static_cast<unsigned long>(nLine),
+                              CQLIMimeStr::GetLineCnt(strData, nFrom, nExpect));
+                }
+            }
+        }
+    }
+}
+
 TEST(MimeSource, FileSearchesInOverlappingBlocks) {
     std::string strData(10000, 'a');
     for (size_t i = 100; i < strData.size(); i += 100) strData[i] = '\n';
