@@ -39,6 +39,7 @@ inline bool HasColon(const LineView& line) {
 class MemLineReader {
 public:
     explicit MemLineReader(const std::string& strData) : m_strData(strData) {}
+    static bool Contiguous() { return true; }
     LineView operator()(unsigned long nPos) {
         LineView line;
         if (nPos >= m_strData.size()) return line;
@@ -57,6 +58,7 @@ private:
 class FileLineReader {
 public:
     explicit FileLineReader(CQLMimeFile* pFile) : m_pFile(pFile) {}
+    static bool Contiguous() { return false; }
     LineView operator()(unsigned long nPos) {
         LineView line;
         unsigned long nLine = 0;
@@ -137,23 +139,32 @@ template <class LineReader>
 bool CQLMimeHdr::ParseField(LineReader& reader, unsigned long nOffset, unsigned long nSourceLen,
                             unsigned long& nSize) {
     LineView line = reader(nOffset);
-    if (IsBlankLine(line) || line.p[0] == ' ' || !HasColon(line)) return false;
+    if (IsBlankLine(line) || line.p[0] == ' ') return false;
+    const char* pColon = static_cast<const char*>(memchr(line.p, ':', line.n));
+    if (pColon == nullptr) return false;
     nSize = 0;
-    const int nColon =
-        static_cast<int>(static_cast<const char*>(memchr(line.p, ':', line.n)) - line.p);
-    std::string strRaw(line.p, line.n);
+    const int nColon = static_cast<int>(pColon - line.p);
+    // A message in memory holds the whole field in one piece; a file line may live in a
+    // buffer that the next read replaces, so its lines are gathered as they come.
+    const bool bGather = !reader.Contiguous();
+    const char* pField = line.p;
+    std::string strRaw;
+    if (bGather) strRaw.assign(line.p, line.n);
     ++m_nLineCnt;
     unsigned long nPos = nOffset + line.n;
     while (nPos < nSourceLen) {
         line = reader(nPos);
         if (IsBlankLine(line)) break;
-        if (HasColon(line) && !CQLStringParser::IsCSpace(line.p[0])) break;
-        strRaw.append(line.p, line.n);
+        if (!CQLStringParser::IsCSpace(line.p[0]) && HasColon(line)) break;
+        if (bGather) strRaw.append(line.p, line.n);
         ++m_nLineCnt;
         nPos += line.n;
     }
-    nSize = strRaw.size();
-    AddField(std::move(strRaw), nColon);
+    nSize = nPos - nOffset;
+    if (bGather)
+        AddField(std::move(strRaw), nColon);
+    else
+        AddField(pField, nSize, nColon);
     return true;
 }
 
@@ -180,21 +191,36 @@ bool CQLMimeHdr::ParseFileLine(CQLMimeFile* pMimeFile, const unsigned long& nOff
 }
 
 void CQLMimeHdr::AddHdrItem(const std::string& strLine, int nColon) {
-    AddField(std::string(strLine), nColon);
+    AddField(strLine.data(), strLine.size(), nColon);
+}
+
+namespace {
+
+// The raw text of a field ends before a final CR or CR LF; a bare LF at the end stays, so
+// fields of LF-only mail keep it.
+size_t RawLength(const char* p, size_t n) {
+    if (n >= 1 && p[n - 1] == '\r') return n - 1;
+    if (n >= 2 && p[n - 2] == '\r' && p[n - 1] == '\n') return n - 2;
+    return n;
+}
+
+} // namespace
+
+void CQLMimeHdr::AddField(const char* pRaw, size_t nRaw, int nColon) {
+    emplace_back();
+    back().m_strRaw.assign(pRaw, RawLength(pRaw, nRaw));
+    FillField(back(), nColon);
 }
 
 void CQLMimeHdr::AddField(std::string&& strRaw, int nColon) {
+    strRaw.resize(RawLength(strRaw.data(), strRaw.size()));
     emplace_back();
-    CQLMimeHdrItem& item = back();
+    back().m_strRaw = std::move(strRaw);
+    FillField(back(), nColon);
+}
 
-    // A bare LF at the end stays: fields of LF-only mail keep it.
-    if (!strRaw.empty() && strRaw.back() == '\r')
-        strRaw.pop_back();
-    else if (strRaw.size() >= 2 && strRaw.compare(strRaw.size() - 2, 2, "\r\n") == 0)
-        strRaw.resize(strRaw.size() - 2);
-    item.m_strRaw = std::move(strRaw);
+void CQLMimeHdr::FillField(CQLMimeHdrItem& item, int nColon) {
     const std::string& strCopy = item.m_strRaw;
-
     const size_t nCut = nColon < 0 ? 0 : std::min<size_t>(nColon, strCopy.size());
     size_t nFrom = 0, nTo = nCut;
     while (nFrom < nTo && CQLStringParser::m_TableTrim[static_cast<unsigned char>(strCopy[nFrom])])

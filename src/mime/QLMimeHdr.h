@@ -51,7 +51,10 @@ public:
     bool m_bAttachment;
 
 private:
+    void AddField(const char* pRaw, size_t nRaw, int nColon);
     void AddField(std::string&& strRaw, int nColon);
+    // Name, value and the attachment flag from the raw text of a field just added.
+    void FillField(CQLMimeHdrItem& item, int nColon);
     unsigned long ParseBlock(CQLIMimeStr* pMimeStr, unsigned long nOffset);
     // Reads one field with the given way of getting a line at an offset.
     template <class LineReader>
