@@ -8,6 +8,7 @@
 
 #include <chardet/chardet.h>
 
+#include <algorithm>
 #include <charconv>
 #include <cstdio>
 #include <cstdlib>
@@ -19,13 +20,6 @@ namespace {
 
 const unsigned long kNotFound = static_cast<unsigned long>(-1);
 const int kMaxEntities = 2000;
-
-void AppendNumber(std::string& strOut, int nValue) {
-    char szBuf[16];
-    const auto res = std::to_chars(szBuf, szBuf + sizeof(szBuf), nValue);
-    strOut.append(szBuf, res.ptr);
-    strOut += ',';
-}
 
 // strtol over one token of a record, which need not be followed by anything readable.
 long TokenToLong(const char* pToken, unsigned long nLen) {
@@ -541,39 +535,58 @@ std::string CQLMimeMsg::GetOffSetStr() const {
     return strOut;
 }
 
+size_t CQLMimeMsg::OffSetStrBound() const {
+    // Eleven numbers of at most 11 characters, each with its comma, the encoding byte, six
+    // more commas and the texts.
+    return 11 * 12 + 1 + 6 + m_strDepth.size() + m_strReserved.size() + m_strCharSet.size() +
+           m_strCID.size() + m_strFilename.size();
+}
+
 void CQLMimeMsg::AppendOffSetStr(std::string& strOut) const {
-    AppendNumber(strOut, static_cast<int>(m_nHSO));
-    AppendNumber(strOut, static_cast<int>(m_nHEO));
-    AppendNumber(strOut, static_cast<int>(m_nTSO));
-    AppendNumber(strOut, static_cast<int>(m_nTEO));
-    AppendNumber(strOut, static_cast<int>(m_nMSO));
-    AppendNumber(strOut, static_cast<int>(m_nMEO));
-    AppendNumber(strOut, static_cast<int>(m_nBSO));
-    AppendNumber(strOut, static_cast<int>(m_nBEO));
-    strOut += m_strDepth;
-    strOut += ',';
-    AppendNumber(strOut, static_cast<int>(m_CT));
-    AppendNumber(strOut, static_cast<int>(m_SubCT));
-    strOut += static_cast<char>(m_Encoder);
-    strOut += ',';
-    AppendNumber(strOut, m_nLineCnt);
-    strOut += m_strReserved;
-    strOut += ',';
-    strOut += m_strCharSet;
-    strOut += ',';
-    strOut += m_strCID;
-    strOut += ',';
-    strOut += m_strFilename;
-    strOut += ',';
+    // Written in place: the format string of every message is made this way.
+    const size_t nStart = strOut.size();
+    strOut.resize(nStart + OffSetStrBound());
+    char* p = &strOut[nStart];
+    char* const pEnd = &strOut[0] + strOut.size();
+    auto number = [&](int nValue) {
+        p = std::to_chars(p, pEnd, nValue).ptr;
+        *p++ = ',';
+    };
+    auto text = [&](const std::string& strText) {
+        memcpy(p, strText.data(), strText.size());
+        p += strText.size();
+    };
+    number(static_cast<int>(m_nHSO));
+    number(static_cast<int>(m_nHEO));
+    number(static_cast<int>(m_nTSO));
+    number(static_cast<int>(m_nTEO));
+    number(static_cast<int>(m_nMSO));
+    number(static_cast<int>(m_nMEO));
+    number(static_cast<int>(m_nBSO));
+    number(static_cast<int>(m_nBEO));
+    text(m_strDepth);
+    *p++ = ',';
+    number(static_cast<int>(m_CT));
+    number(static_cast<int>(m_SubCT));
+    *p++ = static_cast<char>(m_Encoder);
+    *p++ = ',';
+    number(m_nLineCnt);
+    text(m_strReserved);
+    *p++ = ',';
+    text(m_strCharSet);
+    *p++ = ',';
+    text(m_strCID);
+    *p++ = ',';
+    text(m_strFilename);
+    *p++ = ',';
+    strOut.resize(static_cast<size_t>(p - strOut.data()));
 }
 
 std::string CQLMimeMsg::GetFormat() const {
     std::string strOut;
     if (!m_bWrapper) return strOut;
     size_t nSize = 0;
-    for (const CQLMimeMsg* pEntry : *this)
-        nSize += 100 + pEntry->m_strDepth.size() + pEntry->m_strCharSet.size() +
-                 pEntry->m_strCID.size() + pEntry->m_strFilename.size();
+    for (const CQLMimeMsg* pEntry : *this) nSize += pEntry->OffSetStrBound() + 1;
     strOut.reserve(nSize);
     for (const CQLMimeMsg* pEntry : *this) {
         pEntry->AppendOffSetStr(strOut);
@@ -1015,6 +1028,11 @@ std::string CQLMimeMsg::GetCharSet() {
 
 std::string CQLMimeMsg::DetectCharset(const std::string& strText) {
     std::string strResult;
+    // Seven-bit text without ESC or "~" is ASCII to the detector, an answer never given back,
+    // so the detector need not be started for it.
+    if (std::all_of(strText.begin(), strText.end(),
+                    [](char c) { return c >= 0 && c != '\x1B' && c != '~'; }))
+        return strResult;
     Detect* pDetect = detect_init();
     if (pDetect == nullptr) return strResult;
     detect_reset(&pDetect);

@@ -144,6 +144,8 @@ public:
 private:
     struct ParseFrame;
     void AppendOffSetStr(std::string& strOut) const;
+    // The most characters AppendOffSetStr can write.
+    size_t OffSetStrBound() const;
     void CopyFrom(const CQLMimeMsg& other);
     // Steps of Parse for one entity; the walk over the children is done by Parse itself,
     // without recursion, so that nesting depth costs no stack.
