@@ -214,6 +214,14 @@ std::string CQLHdrCodec::Decode(const std::string& strText, const std::string& s
 }
 
 std::string CQLHdrCodec::GetWordCharset(const std::string& strText) {
+    // A charset comes only from an encoded word ("=?") or from raw ISO-2022-JP (ESC). Text
+    // of nothing but line breaks leaves the flags as they were set, so it takes the long way.
+    if (strText.find_first_not_of("\r\n") != std::string::npos &&
+        strText.find("=?") == std::string::npos && strText.find('\x1B') == std::string::npos) {
+        m_bBadCharset = false;
+        m_bHasCharset = false;
+        return std::string();
+    }
     return DecodeText(strText, "UTF-8", "", O_ITEM_CS, false);
 }
 

@@ -17,11 +17,19 @@ TEST(HdrCodec, ShortcutsAgreeWithTheFullDecode) {
                                              "raw \x1B$B$3$s\x1B(B text",
                                              "=?x-bogus?B?YQ==?= =?utf-8?B?Yg==?=",
                                              "=?broken",
+                                             "raw \xED\x95\x9C subject",
+                                             "a = b ? c",
+                                             "\r\n",
+                                             " \t",
                                              ""};
     for (const std::string& strText : vTexts) {
         CQLHdrCodec a, b;
         EXPECT_EQ(a.GetWordCharset(strText), b.Decode(strText, "UTF-8", "", CQLHdrCodec::O_ITEM_CS))
             << strText;
+        // Without encoded words nothing is converted, so the flags agree too.
+        if (strText.find("=?") != std::string::npos) continue;
+        EXPECT_EQ(a.HasCharset(), b.HasCharset()) << strText;
+        EXPECT_EQ(a.IsBadCharset(), b.IsBadCharset()) << strText;
     }
     // The labels that skip the converter open, and carry printable ASCII as it is.
     std::vector<std::string> vAscii = {

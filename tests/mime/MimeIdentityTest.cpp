@@ -67,6 +67,8 @@ TEST(MimeIdentity, Charsets) {
     CQLMimeMsg msg;
     EXPECT_EQ(msg.DetectCharset("plain ascii text"), "");
     EXPECT_EQ(msg.DetectCharset(""), "");
+    // Seven-bit ISO-2022-JP is found by its escapes.
+    EXPECT_EQ(msg.DetectCharset("x\x1B$B;d\x1B(By"), "ISO-2022-JP");
 }
 
 TEST(MimeIdentity, UnnamedPartsAndCIDs) {
