@@ -41,22 +41,27 @@ bool IsAsciiLabel(const std::string& strLabel) {
                                           "cp949",  "uhc",      "euc-jp",  "iso-2022-jp",
                                           "gb2312", "gbk",      "gb18030", "big5",
                                           "koi8-r", "koi8-u"};
-    if (strLabel.size() > 20) return false;
-    std::string strLower(strLabel);
-    for (char& c : strLower)
-        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+    const size_t nLen = strLabel.size();
+    if (nLen > 20) return false;
+    char szLower[21];
+    for (size_t i = 0; i < nLen; ++i) {
+        const char c = strLabel[i];
+        szLower[i] = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+    }
+    szLower[nLen] = '\0';
+    // A NUL inside the label makes it no label of the list.
+    if (strlen(szLower) != nLen) return false;
     for (const char* pszLabel : kLabels)
-        if (strLower == pszLabel) return true;
+        if (strcmp(szLower, pszLabel) == 0) return true;
     for (const char* pszFamily : {"iso-8859-", "windows-125", "cp125"}) {
         const size_t n = strlen(pszFamily);
-        if (strLower.compare(0, n, pszFamily) != 0 || strLower.size() == n) continue;
-        const std::string strRest = strLower.substr(n);
-        if (strRest.find_first_not_of("0123456789") != std::string::npos || strRest[0] == '0')
-            continue;
-        const int nNum = atoi(strRest.c_str());
+        if (nLen <= n || strncmp(szLower, pszFamily, n) != 0) continue;
+        const char* pszRest = szLower + n;
+        if (pszRest[strspn(pszRest, "0123456789")] != '\0' || pszRest[0] == '0') continue;
+        const int nNum = atoi(pszRest);
         // ISO-8859-1 to 16 but 12; windows-1250 to 1258.
         if (pszFamily[0] == 'i' ? (nNum >= 1 && nNum <= 16 && nNum != 12)
-                                : (strRest.size() == 1 && nNum <= 8))
+                                : (nLen - n == 1 && nNum <= 8))
             return true;
     }
     return false;

@@ -80,7 +80,9 @@ void CQLStringParser::Trim(std::string& strText, TRIM_DIRECTION eDirection, char
     // Under TRIM_LEFT the end is never set: the count wraps to "all the rest" when something
     // was skipped, and is 0 (nothing kept) when nothing was.
     const size_t nCount = nEnd - nStart;
-    strText = strText.substr(nStart, nCount);
+    // In place: the same text substr(nStart, nCount) would give.
+    if (nCount < n - nStart) strText.resize(nStart + nCount);
+    strText.erase(0, nStart);
 }
 
 std::string CQLStringParser::ReplaceAll(const std::string& strText, const std::string& strFrom,

@@ -5,6 +5,7 @@
 #include "mime/QLMimeFile.h"
 #include "mime/QLMimeStr.h"
 
+#include <cctype>
 #include <cstring>
 #include <strings.h>
 
@@ -20,15 +21,26 @@ inline bool IsBlankLine(const LineView& line) {
            (line.n == 2 && line.p[0] == '\r' && line.p[1] == '\n');
 }
 
-// Content types are short: trimming into a small string mostly costs no allocation.
-std::string TrimmedCopy(const std::string& strText) {
-    size_t nFrom = 0, nTo = strText.size();
-    while (nFrom < nTo && CQLStringParser::m_TableTrim[static_cast<unsigned char>(strText[nFrom])])
-        ++nFrom;
-    while (nTo > nFrom &&
-           CQLStringParser::m_TableTrim[static_cast<unsigned char>(strText[nTo - 1])])
-        --nTo;
-    return strText.substr(nFrom, nTo - nFrom);
+// The value of a field less the white space around it, as a pointer into the value and a
+// length. Table names hold no white space, so comparing them at the pointer reads no further
+// than comparing them against a trimmed copy would.
+struct TrimmedView {
+    const char* p;
+    size_t n;
+    explicit TrimmedView(const std::string& strText) : p(strText.data()), n(strText.size()) {
+        while (n > 0 && CQLStringParser::m_TableTrim[static_cast<unsigned char>(*p)]) ++p, --n;
+        while (n > 0 && CQLStringParser::m_TableTrim[static_cast<unsigned char>(p[n - 1])]) --n;
+    }
+};
+
+// The index of the first table name that begins the text, ignoring case; the index of the
+// terminating null entry when none does.
+int FindPrefix(const char* pText, const char* const* ppNames, const int* pnLens) {
+    const int c = tolower(static_cast<unsigned char>(*pText));
+    int i = 0;
+    for (; ppNames[i] != nullptr; ++i)
+        if (ppNames[i][0] == c && strncasecmp(pText, ppNames[i], pnLens[i]) == 0) break;
+    return i;
 }
 
 inline bool HasColon(const LineView& line) {
@@ -277,21 +289,13 @@ void CQLMimeHdr::GetContentType(CQLMimeConst::CT& ct, CQLMimeConst::SUBCT& subct
             strncasecmp(name.c_str(), CQLMimeConst::m_szContentType,
                         CQLMimeConst::m_nContentTypeLen) == 0) {
             bType = true;
-            const std::string v = TrimmedCopy(item.m_strValue);
-            int i = 0;
-            while (CQLMimeConst::m_szMIMEType[i] != nullptr &&
-                   strncasecmp(v.c_str(), CQLMimeConst::m_szMIMEType[i],
-                               CQLMimeConst::m_nMIMETypeLen[i]) != 0)
-                ++i;
-            ct = static_cast<CQLMimeConst::CT>(i); // CT_UNKNOWN when none matched
-            const size_t nSlash = v.find('/');
-            if (nSlash != std::string::npos) {
-                const char* pszSub = v.c_str() + nSlash + 1;
-                int j = 0;
-                while (CQLMimeConst::m_szSubMIMEType[j] != nullptr &&
-                       strncasecmp(pszSub, CQLMimeConst::m_szSubMIMEType[j],
-                                   CQLMimeConst::m_nSubMIMETypeLen[j]) != 0)
-                    ++j;
+            const TrimmedView v(item.m_strValue);
+            ct = static_cast<CQLMimeConst::CT>(
+                FindPrefix(v.p, CQLMimeConst::m_szMIMEType, CQLMimeConst::m_nMIMETypeLen));
+            const char* pSlash = static_cast<const char*>(memchr(v.p, '/', v.n));
+            if (pSlash != nullptr) {
+                const int j = FindPrefix(pSlash + 1, CQLMimeConst::m_szSubMIMEType,
+                                         CQLMimeConst::m_nSubMIMETypeLen);
                 if (CQLMimeConst::m_szSubMIMEType[j] == nullptr)
                     subct = CQLMimeConst::SUBCT_UNKNOWN;
                 else
@@ -302,9 +306,9 @@ void CQLMimeHdr::GetContentType(CQLMimeConst::CT& ct, CQLMimeConst::SUBCT& subct
                    strncasecmp(name.c_str(), CQLMimeConst::m_szTransferEncoding,
                                CQLMimeConst::m_nTransferEncodingLen) == 0) {
             bEncoding = true;
-            const std::string v = TrimmedCopy(item.m_strValue);
-            const char* p = v.c_str();
-            switch (v.size()) {
+            const TrimmedView v(item.m_strValue);
+            const char* p = v.p;
+            switch (v.n) {
             case 16:
                 enc = strncasecmp(p, "quoted-printable", 16) == 0 ? CQLMimeConst::ENCODER_QP
                                                                   : CQLMimeConst::ENCODER_7BIT;

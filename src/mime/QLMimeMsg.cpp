@@ -31,6 +31,7 @@ long TokenToLong(const char* pToken, unsigned long nLen) {
 }
 
 std::string StripLineBreaks(const std::string& strText) {
+    if (strText.find_first_of("\r\n") == std::string::npos) return strText;
     CQLStringParser str;
     return str.ReplaceAll(str.ReplaceAll(strText, "\r", ""), "\n", "");
 }
