@@ -38,6 +38,7 @@ public:
                 }
             }
         }
+        if (m_vecHeap.capacity() == 0) m_vecHeap.reserve(8);
         T* pObj = new T;
         m_vecHeap.push_back(OBJHEAP{pObj, true});
         m_bNoFree = true;

@@ -233,6 +233,7 @@ unsigned long CQLMimeMsg::Parse(CQLIMimeStr* pMimeStr, unsigned long nOffset, un
     // A child is parsed entirely before its parent goes on, as a recursion would do it, but
     // the pending entities are kept on this stack instead of the call stack.
     std::vector<ParseFrame> stack;
+    stack.reserve(4); // deep enough for most mail without growing
     stack.push_back(ParseFrame{this, nOffset, nLength, nOffset + nLength, nPartCnt, std::string(),
                                0, 0, 0, 0, false});
     stack.back().pNode->m_pSource = pMimeStr;
@@ -390,6 +391,7 @@ bool CQLMimeMsg::ParseHead(ParseFrame& frame, CQLFixedObjPoolParser<CQLMimeMsg>&
         return true;
     }
     frame.strBoundary = strBoundary;
+    if (capacity() < 8) reserve(8); // room for a few parts before the list grows
     return false;
 }
 
