@@ -76,6 +76,12 @@ struct CQLMimeMsg::ParseFrame {
     unsigned long nRet;
     int nLine;
     bool bMissing;
+    // The newlines from nLFFrom through nLFTo, the delimiter that ends the entity, when the
+    // search for that delimiter counted them (memory sources): a leaf then needn't count
+    // its body again.
+    unsigned long nLFFrom = 0;
+    unsigned long nLFTo = 0;
+    unsigned long nLFCount = kNotFound;
 };
 
 // ---------------------------------------------------------------------------------------------
@@ -260,7 +266,8 @@ unsigned long CQLMimeMsg::Parse(CQLIMimeStr* pMimeStr, unsigned long nOffset, un
         const unsigned long nChildLen = frame.nNext > frame.nCur ? frame.nNext - frame.nCur : 0;
         const unsigned long nChildOffset = frame.nCur;
         stack.push_back(ParseFrame{pChild, nChildOffset, nChildLen, nChildOffset + nChildLen, 0,
-                                   std::string(), 0, 0, 0, 0, false});
+                                   std::string(), 0, 0, 0, 0, false, frame.nLFFrom, frame.nLFTo,
+                                   frame.nLFCount});
         pChild->m_pSource = pMimeStr;
         bDone = pChild->ParseHead(stack.back(), Pool, nParseCnt, false, nResult);
     }
@@ -365,8 +372,7 @@ bool CQLMimeMsg::ParseHead(ParseFrame& frame, CQLFixedObjPoolParser<CQLMimeMsg>&
             if (nBSO > nBEO) nBSO = nBEO;
             m_nBSO = static_cast<uint32_t>(nBSO);
             m_nBEO = static_cast<uint32_t>(nBEO);
-            if (m_nLineCnt == 0)
-                m_nLineCnt = static_cast<int>(pMimeStr->FastLineCnt(nBSO, nBEO - nBSO));
+            if (m_nLineCnt == 0) m_nLineCnt = static_cast<int>(BodyLineCnt(frame, nBSO, nBEO));
             nResult = nEnd;
         } else {
             nResult = nHdr; // a multipart without a boundary parameter has no parts
@@ -398,7 +404,9 @@ bool CQLMimeMsg::ParseHead(ParseFrame& frame, CQLFixedObjPoolParser<CQLMimeMsg>&
 CQLMimeMsg* CQLMimeMsg::NextChild(ParseFrame& frame, CQLFixedObjPoolParser<CQLMimeMsg>& Pool) {
     frame.nLine = 0;
     int bCRLF = 0;
-    frame.nNext = BDFind(m_pSource, frame.strBoundary, frame.nCur, &frame.nLine, &bCRLF);
+    frame.nLFFrom = frame.nCur;
+    frame.nNext = FindDelimiter(m_pSource, frame.strBoundary, frame.nCur, &frame.nLine, &bCRLF,
+                                &frame.nLFCount, &frame.nLFTo);
     frame.bMissing = false;
     if (frame.nNext == kNotFound) {
         frame.nNext = frame.nEnd;
@@ -478,31 +486,71 @@ unsigned long CQLMimeMsg::FinishTop(ParseFrame& frame, unsigned long nResult) {
 
 unsigned long CQLMimeMsg::BDFind(CQLIMimeStr* pMimeStr, const std::string& strBoundary,
                                  const unsigned long& nFrom, int* pnLine, int* pbCRLF) {
+    return FindDelimiter(pMimeStr, strBoundary, nFrom, pnLine, pbCRLF, nullptr, nullptr);
+}
+
+unsigned long CQLMimeMsg::FindDelimiter(CQLIMimeStr* pMimeStr, const std::string& strBoundary,
+                                        unsigned long nFrom, int* pnLine, int* pbCRLF,
+                                        unsigned long* pnLFCount, unsigned long* pnHit) {
+    if (pnLFCount != nullptr) *pnLFCount = kNotFound;
     if (pMimeStr == nullptr) return kNotFound;
     const unsigned long nBoundaryLen = strBoundary.size();
     const unsigned long nLength = pMimeStr->GetLength();
+    // Only a memory source counts the lines of a search from where that search began.
+    const bool bCount = pnLFCount != nullptr && pnLine != nullptr && pMimeStr->GetType() == 0;
+    unsigned long nLFCount = 0;
     unsigned long nPos = nFrom;
     char szBuf[513];
     for (;;) {
         const unsigned long nHit = pMimeStr->Find(strBoundary, nPos, pnLine, pbCRLF);
         if (nHit == kNotFound) return kNotFound;
+        if (bCount) nLFCount += static_cast<unsigned long>(*pnLine);
         memset(szBuf, 0, sizeof(szBuf));
         pMimeStr->SubStr(szBuf, nHit + nBoundaryLen, 512);
-        if (szBuf[0] == '\r') return nHit + (szBuf[1] == '\n' ? 1 : 0);
-        if (szBuf[0] == '\n') return nHit;
-        if (szBuf[0] == '-' && szBuf[1] == '-') {
-            if (szBuf[2] == '\n' || szBuf[2] == '\r') return nHit;
-            if (nHit + nBoundaryLen + 2 == nLength) return nHit;
-            // "--boundary--" with trailing blanks up to the end of the source.
-            if (CQLStringParser::IsCSpace(szBuf[2])) {
-                for (unsigned long i = 3; i < 512; ++i)
-                    if (!CQLStringParser::IsCSpace(szBuf[i]) && nHit + nBoundaryLen + i == nLength)
-                        return nHit;
+        bool bFound = false;
+        unsigned long nResult = nHit;
+        if (szBuf[0] == '\r') {
+            bFound = true;
+            nResult = nHit + (szBuf[1] == '\n' ? 1 : 0);
+        } else if (szBuf[0] == '\n') {
+            bFound = true;
+        } else if (szBuf[0] == '-' && szBuf[1] == '-') {
+            if (szBuf[2] == '\n' || szBuf[2] == '\r' || nHit + nBoundaryLen + 2 == nLength) {
+                bFound = true;
+            } else if (CQLStringParser::IsCSpace(szBuf[2])) {
+                // "--boundary--" with trailing blanks up to the end of the source.
+                for (unsigned long i = 3; i < 512 && !bFound; ++i)
+                    bFound =
+                        !CQLStringParser::IsCSpace(szBuf[i]) && nHit + nBoundaryLen + i == nLength;
             }
+        }
+        if (bFound) {
+            if (bCount) {
+                *pnLFCount = nLFCount;
+                *pnHit = nHit;
+            }
+            return nResult;
         }
         // The boundary was only a prefix of a longer text.
         nPos = nHit + nBoundaryLen + 1;
+        if (bCount) nLFCount += CQLIMimeStr::GetLineCnt(pMimeStr->GetData(), nHit + 1, nPos - 1);
     }
+}
+
+unsigned long CQLMimeMsg::BodyLineCnt(const ParseFrame& frame, unsigned long nBSO,
+                                      unsigned long nBEO) {
+    // FastLineCnt counts from nBSO through nBEO, the end included. When the delimiter search
+    // counted a range around that, the difference is counted instead: only header bytes.
+    // BEO is at most one past the delimiter's newline, where its "-" stands.
+    const unsigned long nFrom = frame.nLFFrom, nTo = frame.nLFTo;
+    if (frame.nLFCount == kNotFound || m_pSource->GetType() != 0 || nBSO < nFrom ||
+        nBEO > nTo + 1 || nBSO > nBEO)
+        return m_pSource->FastLineCnt(nBSO, nBEO - nBSO);
+    const std::string& strData = m_pSource->GetData();
+    unsigned long nCount = frame.nLFCount;
+    if (nBSO > nFrom) nCount -= CQLIMimeStr::GetLineCnt(strData, nFrom, nBSO - 1);
+    if (nBEO < nTo) nCount -= CQLIMimeStr::GetLineCnt(strData, nBEO + 1, nTo);
+    return nCount;
 }
 
 void CQLMimeMsg::Sync(CQLMimeMsg* pMsg) {

@@ -155,6 +155,13 @@ private:
     bool AfterChild(ParseFrame& frame, CQLMimeMsg* pChild, unsigned long nChildResult,
                     unsigned long& nResult);
     unsigned long FinishTop(ParseFrame& frame, unsigned long nResult);
+    // BDFind; with pnLFCount, a memory source also gives the newlines from nFrom through the
+    // delimiter, and in pnHit where the delimiter's newline stands.
+    unsigned long FindDelimiter(CQLIMimeStr* pMimeStr, const std::string& strBoundary,
+                                unsigned long nFrom, int* pnLine, int* pbCRLF,
+                                unsigned long* pnLFCount, unsigned long* pnHit);
+    // The line count FastLineCnt gives for a leaf body.
+    unsigned long BodyLineCnt(const ParseFrame& frame, unsigned long nBSO, unsigned long nBEO);
     void NameEmbeddedMessage(unsigned long nHdr, unsigned long nEnd);
     CQLIMimeStr* Source() const;
     // The whole message to a descriptor, a file or a stream.

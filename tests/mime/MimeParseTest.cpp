@@ -205,6 +205,21 @@ TEST(MimeParse, DamagedStructureIsTolerated) {
     EXPECT_EQ(v[1].beo, 0u);
 }
 
+TEST(MimeParse, LeafLineCountsAreTheNewlinesOfTheirBodies) {
+    // A leaf counts the newlines from its body's first byte through BEO, that byte included,
+    // whatever the search for its delimiter had to skip.
+    for (const NamedMessage& m : TestMessages()) {
+        CQLMimeMsg msg;
+        ASSERT_TRUE(msg.Open(m.strBytes, false)) << m.strName;
+        for (const Entry& e : Entries(msg)) {
+            if (e.depth.empty() || e.ct == CT::MULTIPART || e.ct == CT::MESSAGE) continue;
+            EXPECT_EQ(static_cast<unsigned long>(e.lines),
+                      CQLIMimeStr::GetLineCnt(m.strBytes, e.bso, e.beo))
+                << m.strName << " part " << e.depth;
+        }
+    }
+}
+
 TEST(MimeParse, PartHeaderSwallowsTheNextDelimiter) {
     const std::string s = "Content-Type: multipart/mixed; boundary=\"b\"\n\n--b\nContent-Type: "
                           "text/plain\n--b\nX-Next: 1\n\nbody\n--b--\n";
