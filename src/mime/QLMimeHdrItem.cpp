@@ -42,6 +42,13 @@ inline void TrimView(const char*& p, size_t& n) {
     while (n > 0 && IsTrimByte(p[n - 1])) --n;
 }
 
+// strncasecmp(copy of [pName, pName + nName), pszName, nLen) == 0.
+bool NamePrefixMatches(const char* pName, size_t nName, const char* pszName, size_t nLen) {
+    if (nLen <= nName) return strncasecmp(pName, pszName, nLen) == 0;
+    const size_t nText = strnlen(pName, nName); // the copy ends at its first NUL
+    return strncasecmp(pName, pszName, nText) == 0 && pszName[nText] == '\0';
+}
+
 std::string ExtendedParameter(const std::string& strValue, size_t nToken) {
     // This token and every one behind it, as Tokenize gives them, go to the joiner.
     CQLStringParser str;
@@ -83,17 +90,23 @@ std::string CQLMimeHdrItem::GetParameter(const char* pszName, unsigned int nLen)
         const char* pName = p;
         size_t nName = pEq - p;
         TrimView(pName, nName);
-        // The comparison runs over nLen bytes, as strncasecmp on the name's own text would.
-        const std::string strName(pName, nName);
-        if (strncasecmp(strName.c_str(), pszName, nLen) != 0) continue;
-        if (nName == nNameLen && strcasecmp(strName.c_str(), pszName) == 0) {
+        // The comparison runs over nLen bytes, as strncasecmp on a copy of the name would,
+        // the copy's terminating NUL included.
+        if (!NamePrefixMatches(pName, nName, pszName, nLen)) continue;
+        if (nName == nNameLen && NamePrefixMatches(pName, nName, pszName, nNameLen + 1)) {
             const char* pValue = pEq + 1;
             size_t nValue = (p + n) - pValue;
             TrimView(pValue, nValue);
-            std::string strValue(pValue, nValue);
-            if (memchr(pValue, '\n', nValue) != nullptr) strValue = Unfold(strValue);
-            CQLStringParser().Trim(strValue, CQLStringParser::TRIM_BOTH, '"');
-            return strValue;
+            if (memchr(pValue, '\n', nValue) != nullptr) {
+                std::string strValue = Unfold(std::string(pValue, nValue));
+                CQLStringParser().Trim(strValue, CQLStringParser::TRIM_BOTH, '"');
+                return strValue;
+            }
+            // Quotes trimmed from both ends, as Trim does it; a value of quotes only is empty.
+            size_t nFrom = 0;
+            while (nFrom < nValue && pValue[nFrom] == '"') ++nFrom;
+            while (nValue > nFrom && pValue[nValue - 1] == '"') --nValue;
+            return std::string(pValue + nFrom, nValue - nFrom);
         }
         if (nName > nLen && pName[nLen] == '*') return ExtendedParameter(m_strValue, nToken);
     }

@@ -140,6 +140,7 @@ TEST(MimeHdr, Parameters) {
         {"x; name=\"=?UTF-8?B?7JWI?=\"", "name", "=?UTF-8?B?7JWI?="},
         {"x; name=\"long\r\n\t name\"", "name", "longname"},
         {"x; name=\"\"\"q\"\"\"", "name", "q"},
+        {"x; name=\"\"\"\"", "name", ""},
         // RFC 2231: joined continuations, percent-decoded, as an encoded word with a charset.
         {"x; filename*=UTF-8''%EC%95%88.txt", "filename", "=?UTF-8?B?7JWILnR4dA==?="},
         {"x; filename*0*=utf-8''%EC%95;\r\n filename*1*=%88.txt", "filename",
