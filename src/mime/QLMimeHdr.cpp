@@ -7,6 +7,7 @@
 
 #include <cctype>
 #include <cstring>
+#include <emmintrin.h>
 #include <strings.h>
 
 namespace {
@@ -14,6 +15,7 @@ namespace {
 struct LineView {
     const char* p = nullptr;
     size_t n = 0;
+    const char* pColon = nullptr; // the first ':' of the line, if any
 };
 
 inline bool IsBlankLine(const LineView& line) {
@@ -43,8 +45,36 @@ int FindPrefix(const char* pText, const char* const* ppNames, const int* pnLens)
     return i;
 }
 
-inline bool HasColon(const LineView& line) {
-    return memchr(line.p, ':', line.n) != nullptr;
+// The line at p, up to and including its LF or to the end of n bytes, and its first colon,
+// found in one pass: header lines are short, and each needs both.
+inline LineView ScanLine(const char* p, size_t n) {
+    LineView line;
+    line.p = p;
+    const __m128i vLF = _mm_set1_epi8('\n');
+    const __m128i vColon = _mm_set1_epi8(':');
+    size_t i = 0;
+    for (; i + 16 <= n; i += 16) {
+        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i));
+        const unsigned int nLF =
+            static_cast<unsigned int>(_mm_movemask_epi8(_mm_cmpeq_epi8(v, vLF)));
+        unsigned int nColon =
+            static_cast<unsigned int>(_mm_movemask_epi8(_mm_cmpeq_epi8(v, vColon)));
+        if (nLF != 0) nColon &= (nLF & (0u - nLF)) - 1; // colons before the LF
+        if (line.pColon == nullptr && nColon != 0) line.pColon = p + i + __builtin_ctz(nColon);
+        if (nLF != 0) {
+            line.n = i + __builtin_ctz(nLF) + 1;
+            return line;
+        }
+    }
+    for (; i < n; ++i) {
+        if (p[i] == ':' && line.pColon == nullptr) line.pColon = p + i;
+        if (p[i] == '\n') {
+            line.n = i + 1;
+            return line;
+        }
+    }
+    line.n = n;
+    return line;
 }
 
 // Lines of a message in memory: from the offset to the next LF, LF included, or to the end.
@@ -55,11 +85,7 @@ public:
     LineView operator()(unsigned long nPos) {
         LineView line;
         if (nPos >= m_strData.size()) return line;
-        line.p = m_strData.data() + nPos;
-        const size_t nLeft = m_strData.size() - nPos;
-        const void* pLF = memchr(line.p, '\n', nLeft);
-        line.n = pLF ? static_cast<const char*>(pLF) - line.p + 1 : nLeft;
-        return line;
+        return ScanLine(m_strData.data() + nPos, m_strData.size() - nPos);
     }
 
 private:
@@ -76,6 +102,7 @@ public:
         unsigned long nLine = 0;
         if (!m_pFile->LineAt(nPos, line.p, nLine, m_strLine)) return LineView();
         line.n = nLine;
+        line.pColon = static_cast<const char*>(memchr(line.p, ':', line.n));
         return line;
     }
 
@@ -152,7 +179,7 @@ bool CQLMimeHdr::ParseField(LineReader& reader, unsigned long nOffset, unsigned 
                             unsigned long& nSize) {
     LineView line = reader(nOffset);
     if (IsBlankLine(line) || line.p[0] == ' ') return false;
-    const char* pColon = static_cast<const char*>(memchr(line.p, ':', line.n));
+    const char* pColon = line.pColon;
     if (pColon == nullptr) return false;
     nSize = 0;
     const int nColon = static_cast<int>(pColon - line.p);
@@ -167,7 +194,7 @@ bool CQLMimeHdr::ParseField(LineReader& reader, unsigned long nOffset, unsigned 
     while (nPos < nSourceLen) {
         line = reader(nPos);
         if (IsBlankLine(line)) break;
-        if (!CQLStringParser::IsCSpace(line.p[0]) && HasColon(line)) break;
+        if (!CQLStringParser::IsCSpace(line.p[0]) && line.pColon != nullptr) break;
         if (bGather) strRaw.append(line.p, line.n);
         ++m_nLineCnt;
         nPos += line.n;
