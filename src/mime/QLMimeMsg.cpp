@@ -303,12 +303,13 @@ bool CQLMimeMsg::ParseHead(ParseFrame& frame, CQLFixedObjPoolParser<CQLMimeMsg>&
     }
 
     m_Hdr.GetContentType(m_CT, m_SubCT, m_Encoder);
-    m_strCharSet = GetCharSet();
+    const PartFields fields = FindPartFields(m_Hdr);
+    m_strCharSet = CharSetOf(fields);
     if (bTop) m_strMainCharSet = m_strCharSet;
-    m_strCID = GetCID();
+    m_strCID = fields.pCID ? fields.pCID->m_strValue : std::string();
     bool bAttachment = false;
-    m_strFilename = GetFilename(bAttachment);
-    m_strSubject = GetSubject();
+    m_strFilename = FilenameOf(fields, bAttachment);
+    m_strSubject = fields.pSubject ? fields.pSubject->m_strValue : std::string();
 
     // An inline picture with a Content-ID is not an attachment.
     m_bHasAttach = !m_strFilename.empty() &&
@@ -345,7 +346,9 @@ bool CQLMimeMsg::ParseHead(ParseFrame& frame, CQLFixedObjPoolParser<CQLMimeMsg>&
     std::string strBoundary;
     unsigned long nTarget = nEnd;
     if (m_CT == CQLMimeConst::MULTIPART) {
-        strBoundary = m_Hdr.GetBoundary();
+        if (fields.pType != nullptr)
+            strBoundary = fields.pType->GetParameter(CQLMimeConst::m_szBoundary,
+                                                     CQLMimeConst::m_nBoundaryLen);
         if (!strBoundary.empty())
             strBoundary = "\n--" + strBoundary;
         else
@@ -1047,20 +1050,56 @@ std::string CQLMimeMsg::ConvertHtmlChar(const std::string& strText) {
 // ---------------------------------------------------------------------------------------------
 // Part identity
 
+CQLMimeMsg::PartFields CQLMimeMsg::FindPartFields(const CQLMimeHdr& hdr) {
+    // The first field of each name, as FindHdrItem would find it, in one walk.
+    PartFields fields;
+    auto take = [](const CQLMimeHdrItem& item, const CQLMimeHdrItem*& pFound, const char* pszName,
+                   size_t nLen) {
+        if (pFound == nullptr && strncasecmp(item.m_strName.c_str(), pszName, nLen) == 0)
+            pFound = &item;
+    };
+    for (const CQLMimeHdrItem& item : hdr) {
+        switch (item.m_strName.size()) {
+        case 12:
+            take(item, fields.pType, CQLMimeConst::m_szContentType, 12);
+            break;
+        case 19:
+            take(item, fields.pDisposition, CQLMimeConst::m_szDisposition, 19);
+            break;
+        case 10:
+            take(item, fields.pCID, "Content-ID", 10);
+            break;
+        case 7:
+            take(item, fields.pSubject, "subject", 7);
+            break;
+        default:
+            break;
+        }
+    }
+    return fields;
+}
+
+CQLMimeMsg::PartFields CQLMimeMsg::FindPartFields() const {
+    return FindPartFields(*GetQLMimeMsgPtr()->GetHdrPtr());
+}
+
 std::string CQLMimeMsg::GetCID() {
-    const CQLMimeHdrItem* pItem = FindHdrItem("Content-ID", 10);
+    const CQLMimeHdrItem* pItem = FindPartFields().pCID;
     return pItem ? pItem->m_strValue : std::string();
 }
 
 std::string CQLMimeMsg::GetSubject() {
-    const CQLMimeHdrItem* pItem = FindHdrItem("subject", 7);
+    const CQLMimeHdrItem* pItem = FindPartFields().pSubject;
     return pItem ? pItem->m_strValue : std::string();
 }
 
 std::string CQLMimeMsg::GetCharSet() {
-    const CQLMimeHdrItem* pType =
-        FindHdrItem(CQLMimeConst::m_szContentType, CQLMimeConst::m_nContentTypeLen);
-    std::string strCharset = pType ? pType->GetParameter("charset", 7) : std::string();
+    return CharSetOf(FindPartFields());
+}
+
+std::string CQLMimeMsg::CharSetOf(const PartFields& fields) {
+    std::string strCharset =
+        fields.pType ? fields.pType->GetParameter("charset", 7) : std::string();
     if (!strCharset.empty()) {
         if (strCharset.front() == '\'') strCharset.erase(0, 1);
         if (!strCharset.empty() && strCharset.back() == '\'') strCharset.pop_back();
@@ -1068,8 +1107,8 @@ std::string CQLMimeMsg::GetCharSet() {
         return strCharset;
     }
     if (!m_strMainCharSet.empty()) return m_strMainCharSet;
-    const std::string strSubject = GetSubject();
-    if (strSubject.empty()) return std::string();
+    if (fields.pSubject == nullptr || fields.pSubject->m_strValue.empty()) return std::string();
+    const std::string& strSubject = fields.pSubject->m_strValue;
     // Decode with O_ITEM_CS throws its text away: only the word charset is worked out.
     CQLHdrCodec codec;
     const std::string strWordCharset = codec.GetWordCharset(strSubject);
@@ -1103,19 +1142,18 @@ std::string CQLMimeMsg::DetectCharset(const std::string& strText) {
 }
 
 std::string CQLMimeMsg::GetFilename(bool& bAttachment) {
+    return FilenameOf(FindPartFields(), bAttachment);
+}
+
+std::string CQLMimeMsg::FilenameOf(const PartFields& fields, bool& bAttachment) {
     bAttachment = false;
     std::string strName;
-    const CQLMimeHdrItem* pDisposition =
-        FindHdrItem(CQLMimeConst::m_szDisposition, CQLMimeConst::m_nDisposionLen);
+    const CQLMimeHdrItem* pDisposition = fields.pDisposition;
     if (pDisposition != nullptr) {
         bAttachment = pDisposition->m_strValue.find("attachment") != std::string::npos;
         strName = pDisposition->GetParameter("filename", 8);
     }
-    if (strName.empty()) {
-        const CQLMimeHdrItem* pType =
-            FindHdrItem(CQLMimeConst::m_szContentType, CQLMimeConst::m_nContentTypeLen);
-        if (pType != nullptr) strName = pType->GetParameter("name", 4);
-    }
+    if (strName.empty() && fields.pType != nullptr) strName = fields.pType->GetParameter("name", 4);
     if (strName.empty()) {
         switch (m_CT) {
         case CQLMimeConst::IMAGE:

@@ -143,6 +143,17 @@ public:
 
 private:
     struct ParseFrame;
+    // The fields that name a part: the first of each name, as FindHdrItem finds them.
+    struct PartFields {
+        const CQLMimeHdrItem* pType = nullptr;
+        const CQLMimeHdrItem* pDisposition = nullptr;
+        const CQLMimeHdrItem* pCID = nullptr;
+        const CQLMimeHdrItem* pSubject = nullptr;
+    };
+    static PartFields FindPartFields(const CQLMimeHdr& hdr);
+    PartFields FindPartFields() const;
+    std::string CharSetOf(const PartFields& fields);
+    std::string FilenameOf(const PartFields& fields, bool& bAttachment);
     void AppendOffSetStr(std::string& strOut) const;
     // The most characters AppendOffSetStr can write.
     size_t OffSetStrBound() const;
