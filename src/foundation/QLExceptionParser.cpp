@@ -1,7 +1,5 @@
 #include "foundation/QLExceptionParser.h"
 
-CQLExceptionParser::CQLExceptionParser() : m_nErrorCode(0) {}
-
 CQLExceptionParser::CQLExceptionParser(const std::string& strMessage, int nCode)
     : m_strLastError(strMessage), m_nErrorCode(nCode) {}
 
@@ -25,5 +23,3 @@ int CQLExceptionParser::GetErrorCode() {
 void CQLExceptionParser::SetLastError(const std::string& strError) {
     m_strLastError = strError;
 }
-
-CQLExceptionParser::~CQLExceptionParser() {}

@@ -7,7 +7,8 @@
 // A failing class stores its text in m_strLastError and throws a copy of itself.
 class CQLExceptionParser {
 public:
-    CQLExceptionParser();
+    // Inline: every header field and every part constructs one.
+    CQLExceptionParser() : m_nErrorCode(0) {}
     CQLExceptionParser(const std::string& strMessage, int nCode);
     CQLExceptionParser(const CQLExceptionParser& other);
     CQLExceptionParser& operator=(const CQLExceptionParser& other);
@@ -15,7 +16,7 @@ public:
     virtual std::string GetLastError() const;
     virtual int GetErrorCode();
     virtual void SetLastError(const std::string& strError);
-    virtual ~CQLExceptionParser();
+    virtual ~CQLExceptionParser() {}
 
 protected:
     std::string m_strLastError;
