@@ -246,45 +246,36 @@ size_t RawLength(const char* p, size_t n) {
 } // namespace
 
 void CQLMimeHdr::AddField(const char* pRaw, size_t nRaw, int nColon) {
-    emplace_back();
-    back().m_strRaw.assign(pRaw, RawLength(pRaw, nRaw));
-    FillField(back(), nColon);
+    AddField(std::string(pRaw, RawLength(pRaw, nRaw)), nColon);
 }
 
 void CQLMimeHdr::AddField(std::string&& strRaw, int nColon) {
     strRaw.resize(RawLength(strRaw.data(), strRaw.size()));
-    emplace_back();
-    back().m_strRaw = std::move(strRaw);
-    FillField(back(), nColon);
-}
-
-void CQLMimeHdr::FillField(CQLMimeHdrItem& item, int nColon) {
-    const std::string& strCopy = item.m_strRaw;
-    const size_t nCut = nColon < 0 ? 0 : std::min<size_t>(nColon, strCopy.size());
+    const size_t nCut = nColon < 0 ? 0 : std::min<size_t>(nColon, strRaw.size());
     size_t nFrom = 0, nTo = nCut;
-    while (nFrom < nTo && CQLStringParser::m_TableTrim[static_cast<unsigned char>(strCopy[nFrom])])
+    while (nFrom < nTo && CQLStringParser::m_TableTrim[static_cast<unsigned char>(strRaw[nFrom])])
         ++nFrom;
-    while (nTo > nFrom &&
-           CQLStringParser::m_TableTrim[static_cast<unsigned char>(strCopy[nTo - 1])])
+    while (nTo > nFrom && CQLStringParser::m_TableTrim[static_cast<unsigned char>(strRaw[nTo - 1])])
         --nTo;
-    item.m_strName.assign(strCopy, nFrom, nTo - nFrom);
+    std::string strName(strRaw, nFrom, nTo - nFrom);
 
+    std::string strValue;
     const size_t nValueAt = static_cast<size_t>(nColon) + 1;
-    if (nColon >= 0 && nValueAt < strCopy.size()) {
+    if (nColon >= 0 && nValueAt < strRaw.size()) {
         size_t nStart = nValueAt;
-        if (strCopy[nStart] == ' ' && nValueAt + 1 < strCopy.size())
-            while (nStart < strCopy.size() && strCopy[nStart] == ' ') ++nStart;
-        item.m_strValue.assign(strCopy, nStart, std::string::npos);
+        if (strRaw[nStart] == ' ' && nValueAt + 1 < strRaw.size())
+            while (nStart < strRaw.size() && strRaw[nStart] == ' ') ++nStart;
+        strValue.assign(strRaw, nStart, std::string::npos);
     }
 
-    if (!m_bAttachment && item.m_strName.size() >= 19 &&
-        strncasecmp(item.m_strName.c_str(), "Content-Disposition", 19) == 0) {
-        const std::string& v = item.m_strValue;
+    if (!m_bAttachment && strName.size() >= 19 &&
+        strncasecmp(strName.c_str(), "Content-Disposition", 19) == 0) {
         size_t k = 0;
-        while (k < v.size() && v[k] == ' ') ++k;
-        if (v.size() > 12 + k && strncasecmp(v.c_str() + k, "attachment;", 11) == 0)
+        while (k < strValue.size() && strValue[k] == ' ') ++k;
+        if (strValue.size() > 12 + k && strncasecmp(strValue.c_str() + k, "attachment;", 11) == 0)
             m_bAttachment = true;
     }
+    emplace_back(std::move(strName), std::move(strValue), std::move(strRaw));
 }
 
 int CQLMimeHdr::GetCount(const char* pszName, const unsigned int& nLen) const {

@@ -52,9 +52,9 @@ public:
 
 private:
     void AddField(const char* pRaw, size_t nRaw, int nColon);
+    // Appends the field with this raw text, its name and value cut from it, and notes an
+    // attachment disposition.
     void AddField(std::string&& strRaw, int nColon);
-    // Name, value and the attachment flag from the raw text of a field just added.
-    void FillField(CQLMimeHdrItem& item, int nColon);
     unsigned long ParseBlock(CQLIMimeStr* pMimeStr, unsigned long nOffset);
     // Reads one field with the given way of getting a line at an offset.
     template <class LineReader>

@@ -4,6 +4,7 @@
 #include "foundation/QLExceptionParser.h"
 
 #include <string>
+#include <utility>
 
 // One header field: name, value and the raw text as it stands in the message.
 class CQLMimeHdrItem : public CQLExceptionParser {
@@ -13,6 +14,9 @@ public:
     CQLMimeHdrItem(const std::string& strName, const std::string& strValue,
                    const std::string& strRaw)
         : m_strName(strName), m_strValue(strValue), m_strRaw(strRaw) {}
+    CQLMimeHdrItem(std::string&& strName, std::string&& strValue, std::string&& strRaw)
+        : m_strName(std::move(strName)), m_strValue(std::move(strValue)),
+          m_strRaw(std::move(strRaw)) {}
     CQLMimeHdrItem& operator=(const CQLMimeHdrItem& other) = default;
     CQLMimeHdrItem(CQLMimeHdrItem&& other) = default;
     CQLMimeHdrItem& operator=(CQLMimeHdrItem&& other) = default;
