@@ -30,10 +30,31 @@ long TokenToLong(const char* pToken, unsigned long nLen) {
     return strtol(szBuf, nullptr, 10);
 }
 
-std::string StripLineBreaks(const std::string& strText) {
-    if (strText.find_first_of("\r\n") == std::string::npos) return strText;
-    CQLStringParser str;
-    return str.ReplaceAll(str.ReplaceAll(strText, "\r", ""), "\n", "");
+// Characters that a path or the format string can't hold become "_" in a file name.
+char StorableChar(char c) {
+    switch (c) {
+    case '/':
+    case '\\':
+    case ':':
+    case '"':
+    case '*':
+    case '<':
+    case '>':
+    case '|':
+    case '?':
+    case ',': // a comma would shift the fields of the format string
+        return '_';
+    default:
+        return c;
+    }
+}
+
+// FixFilename in place, and the line breaks of a folded value removed.
+void MakeStorableName(std::string& strName) {
+    for (char& c : strName) c = StorableChar(c);
+    strName.erase(std::remove_if(strName.begin(), strName.end(),
+                                 [](char c) { return c == '\r' || c == '\n'; }),
+                  strName.end());
 }
 
 const char* TypeName(int nCT) {
@@ -1170,29 +1191,13 @@ std::string CQLMimeMsg::FilenameOf(const PartFields& fields, bool& bAttachment) 
     }
     CQLHdrCodec codec;
     strName = codec.Decode(strName, "UTF-8", m_strCharSet, CQLHdrCodec::O_HDRCODEC_NONE);
-    return StripLineBreaks(FixFilename(strName));
+    MakeStorableName(strName);
+    return strName;
 }
 
 std::string CQLMimeMsg::FixFilename(const std::string& strName) {
     std::string strOut(strName);
-    for (char& c : strOut) {
-        switch (c) {
-        case '/':
-        case '\\':
-        case ':':
-        case '"':
-        case '*':
-        case '<':
-        case '>':
-        case '|':
-        case '?':
-        case ',': // a comma would shift the fields of the format string
-            c = '_';
-            break;
-        default:
-            break;
-        }
-    }
+    for (char& c : strOut) c = StorableChar(c);
     return strOut;
 }
 
@@ -1230,8 +1235,9 @@ void CQLMimeMsg::NameEmbeddedMessage(unsigned long nHdr, unsigned long nEnd) {
             const CQLMimeHdrItem* pSubject = hdr.FindHdrItem("subject", 7);
             if (pSubject != nullptr) {
                 CQLHdrCodec hdrCodec;
-                const std::string strName = StripLineBreaks(FixFilename(hdrCodec.Decode(
-                    pSubject->m_strValue, "UTF-8", m_strCharSet, CQLHdrCodec::O_HDRCODEC_NONE)));
+                std::string strName = hdrCodec.Decode(pSubject->m_strValue, "UTF-8", m_strCharSet,
+                                                      CQLHdrCodec::O_HDRCODEC_NONE);
+                MakeStorableName(strName);
                 if (!strName.empty()) m_strFilename = strName + ".eml";
             }
         }
