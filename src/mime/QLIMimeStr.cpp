@@ -172,7 +172,10 @@ const char* CQLIMimeStr::FindBytes(const char* pHay, size_t nHay, const char* pN
                                    size_t nNeedle, unsigned long* pnLF) {
     if (pnLF != nullptr) *pnLF = 0;
     if (nNeedle == 0) return pHay;
-    if (nNeedle > nHay) return nullptr;
+    if (nNeedle > nHay) {
+        if (pnLF != nullptr) *pnLF = GetLineCnt(pHay, nHay);
+        return nullptr;
+    }
     const char* pHit = nullptr;
     size_t i = 0;        // positions before i have been searched
     size_t nCounted = 0; // newlines before nCounted are in nLF
@@ -193,8 +196,8 @@ const char* CQLIMimeStr::FindBytes(const char* pHay, size_t nHay, const char* pN
             if (pHay[i] == pNeedle[0] && memcmp(pHay + i + 1, pNeedle + 1, nNeedle - 1) == 0)
                 pHit = pHay + i;
     }
-    if (pHit != nullptr && pnLF != nullptr) {
-        const size_t nUpTo = pHit - pHay + 1;
+    if (pnLF != nullptr) {
+        const size_t nUpTo = pHit != nullptr ? pHit - pHay + 1 : nHay;
         if (nCounted < nUpTo) nLF += GetLineCnt(pHay + nCounted, nUpTo - nCounted);
         *pnLF = nLF;
     }

@@ -48,7 +48,8 @@ public:
                                     const unsigned long& nTo);
 
     // The first match of the needle in the haystack, or null. With pnLF, also the number of
-    // newlines from the start of the haystack up to the match, the match's first byte included.
+    // newlines from the start of the haystack up to the match, the match's first byte
+    // included; without a match, the newlines of the whole haystack.
     static const char* FindBytes(const char* pHay, size_t nHay, const char* pNeedle, size_t nNeedle,
                                  unsigned long* pnLF = nullptr);
 

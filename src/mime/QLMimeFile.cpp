@@ -233,10 +233,13 @@ unsigned long CQLMimeFile::Find(const std::string& strFind, unsigned long nFrom,
         if (bFirst && pbCRLF != nullptr && pBlock[nFind - 1] == '\r' && pBlock[nFind] == '\n')
             *pbCRLF = 1;
         const unsigned long nSearch = pBlock == pBuf ? m_strReadBuf.size() : nGot;
-        const char* pHit = FindBytes(pBlock, nSearch, strFind.data(), nFind);
+        unsigned long nLF = 0; // newlines of the search, through the match's first byte
+        const char* pHit =
+            FindBytes(pBlock, nSearch, strFind.data(), nFind, pnLine != nullptr ? &nLF : nullptr);
         if (pHit != nullptr) {
             const unsigned long nHit = pHit - pBlock;
-            if (pnLine != nullptr) *pnLine += static_cast<int>(CountLF(pBlock, nHit));
+            // The lines before the match.
+            if (pnLine != nullptr) *pnLine += static_cast<int>(nLF - (*pHit == '\n' ? 1 : 0));
             if (pBlock != pBuf) {
                 memcpy(pBuf, pBlock, nGot);
                 pBuf[nGot] = '\0';
@@ -244,7 +247,8 @@ unsigned long CQLMimeFile::Find(const std::string& strFind, unsigned long nFrom,
             return nStart + nHit;
         }
         if (bEnd) return NOT_FOUND;
-        if (pnLine != nullptr) *pnLine += static_cast<int>(CountLF(pBlock, nGot));
+        if (pnLine != nullptr)
+            *pnLine += static_cast<int>(nSearch == nGot ? nLF : CountLF(pBlock, nGot));
         nPrevFull = pBlock == pBuf ? NOT_FOUND : nStart;
         // The next block re-reads the last bytes of this one.
         nStart = nStart + nGot - nFind;

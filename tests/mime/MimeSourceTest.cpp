@@ -64,6 +64,15 @@ TEST(MimeSource, MemorySearchCountsLinesAtEveryVectorEdge) {
                     SCOPED_TRACE(strData + " from " + std::to_string(nFrom));
                     if (nExpect == std::string::npos) {
                         EXPECT_EQ(nHit, CQLIMimeStr::NOT_FOUND);
+                        if (nFrom > strData.size()) continue;
+                        // Without a match the whole haystack is counted.
+                        unsigned long nLF = 0;
+                        EXPECT_EQ(CQLIMimeStr::FindBytes(strData.data() + nFrom,
+                                                         strData.size() - nFrom, strFind.data(),
+                                                         strFind.size(), &nLF),
+                                  nullptr);
+                        EXPECT_EQ(nLF, CQLIMimeStr::GetLineCnt(strData.data() + nFrom,
+                                                               strData.size() - nFrom));
                         continue;
                     }
                     ASSERT_EQ(nHit, nExpect);
