@@ -103,6 +103,80 @@ struct CQLMimeMsg::ParseFrame {
     unsigned long nLFFrom = 0;
     unsigned long nLFTo = 0;
     unsigned long nLFCount = kNotFound;
+    DelimiterIndex* pIndex = nullptr; // shared by all frames of one parse
+};
+
+// Where each "\n--" of a message in memory stands, with the newlines before it, found in one
+// pass when a delimiter is first looked for. Delimiters are then looked up: a body inside
+// nested multiparts is not read again for every level.
+struct CQLMimeMsg::DelimiterIndex {
+    struct Line {
+        unsigned long nAt;       // the "\n"
+        unsigned long nLFBefore; // newlines before it
+    };
+    // A message of little else would make the index larger than itself: then it is not used.
+    static constexpr size_t kMaxLines = 1 << 16;
+
+    const std::string* pData = nullptr;
+    bool bTried = false;
+    std::vector<Line> vLines;
+
+    // The index of a memory source, or null.
+    DelimiterIndex* For(CQLIMimeStr* pSource) {
+        if (!bTried) {
+            bTried = true;
+            if (pSource != nullptr && pSource->GetType() == 0) Build(pSource->GetData());
+        }
+        return pData != nullptr ? this : nullptr;
+    }
+
+    void Build(const std::string& strData) {
+        const char* const p = strData.data();
+        const size_t n = strData.size();
+        unsigned long nPos = 0, nLFBefore = 0, nLF = 0;
+        while (const char* pHit = CQLIMimeStr::FindBytes(p + nPos, n - nPos, "\n--", 3, &nLF)) {
+            if (vLines.size() == kMaxLines) {
+                vLines.clear();
+                return;
+            }
+            const unsigned long nAt = static_cast<unsigned long>(pHit - p);
+            nLFBefore += nLF - 1; // the count includes the hit's own newline
+            vLines.push_back(Line{nAt, nLFBefore});
+            ++nLFBefore;
+            nPos = nAt + 1;
+        }
+        pData = &strData;
+    }
+
+    // The newlines before nPos.
+    unsigned long LFBefore(unsigned long nPos) const {
+        auto it = std::upper_bound(vLines.begin(), vLines.end(), nPos,
+                                   [](unsigned long n, const Line& line) { return n < line.nAt; });
+        if (it == vLines.begin()) return CQLIMimeStr::GetLineCnt(pData->data(), nPos);
+        --it;
+        return it->nLFBefore + CQLIMimeStr::GetLineCnt(pData->data() + it->nAt, nPos - it->nAt);
+    }
+
+    // CQLMimeStr::Find for a pattern that begins with "\n--".
+    unsigned long Find(const std::string& strFind, unsigned long nFrom, int* pnLine,
+                       int* pbCRLF) const {
+        const std::string& strData = *pData;
+        const size_t nFind = strFind.size();
+        if (nFrom > strData.size() || nFind > strData.size() - nFrom) return kNotFound;
+        auto it = std::lower_bound(vLines.begin(), vLines.end(), nFrom,
+                                   [](const Line& line, unsigned long n) { return line.nAt < n; });
+        for (; it != vLines.end() && it->nAt + nFind <= strData.size(); ++it) {
+            if (memcmp(strData.data() + it->nAt, strFind.data(), nFind) != 0) continue;
+            if (pbCRLF != nullptr) {
+                const unsigned long nAt = nFrom + nFind;
+                if (nAt < strData.size() && strData[nAt - 1] == '\r' && strData[nAt] == '\n')
+                    *pbCRLF = 1;
+            }
+            if (pnLine != nullptr) *pnLine = static_cast<int>(it->nLFBefore + 1 - LFBefore(nFrom));
+            return it->nAt;
+        }
+        return kNotFound;
+    }
 };
 
 // ---------------------------------------------------------------------------------------------
@@ -261,8 +335,9 @@ unsigned long CQLMimeMsg::Parse(CQLIMimeStr* pMimeStr, unsigned long nOffset, un
     // the pending entities are kept on this stack instead of the call stack.
     std::vector<ParseFrame> stack;
     stack.reserve(4); // deep enough for most mail without growing
+    DelimiterIndex index;
     stack.push_back(ParseFrame{this, nOffset, nLength, nOffset + nLength, nPartCnt, std::string(),
-                               0, 0, 0, 0, false});
+                               0, 0, 0, 0, false, 0, 0, kNotFound, &index});
     stack.back().pNode->m_pSource = pMimeStr;
     unsigned long nResult = 0;
     bool bDone = ParseHead(stack.back(), Pool, nParseCnt, bHdrOnly, nResult);
@@ -288,7 +363,7 @@ unsigned long CQLMimeMsg::Parse(CQLIMimeStr* pMimeStr, unsigned long nOffset, un
         const unsigned long nChildOffset = frame.nCur;
         stack.push_back(ParseFrame{pChild, nChildOffset, nChildLen, nChildOffset + nChildLen, 0,
                                    std::string(), 0, 0, 0, 0, false, frame.nLFFrom, frame.nLFTo,
-                                   frame.nLFCount});
+                                   frame.nLFCount, frame.pIndex});
         pChild->m_pSource = pMimeStr;
         bDone = pChild->ParseHead(stack.back(), Pool, nParseCnt, false, nResult);
     }
@@ -406,7 +481,8 @@ bool CQLMimeMsg::ParseHead(ParseFrame& frame, CQLFixedObjPoolParser<CQLMimeMsg>&
     }
 
     m_nBSO = static_cast<uint32_t>(nHdr);
-    const unsigned long nFirst = BDFind(pMimeStr, strBoundary, nHdr, nullptr, nullptr);
+    const unsigned long nFirst = FindDelimiter(pMimeStr, strBoundary, nHdr, nullptr, nullptr,
+                                               nullptr, nullptr, frame.pIndex);
     if (nFirst == kNotFound) {
         m_strLastError = "In Parse(), Fail to find next boundary. " + strBoundary;
         m_nBEO = static_cast<uint32_t>(nEnd);
@@ -430,7 +506,7 @@ CQLMimeMsg* CQLMimeMsg::NextChild(ParseFrame& frame, CQLFixedObjPoolParser<CQLMi
     int bCRLF = 0;
     frame.nLFFrom = frame.nCur;
     frame.nNext = FindDelimiter(m_pSource, frame.strBoundary, frame.nCur, &frame.nLine, &bCRLF,
-                                &frame.nLFCount, &frame.nLFTo);
+                                &frame.nLFCount, &frame.nLFTo, frame.pIndex);
     frame.bMissing = false;
     if (frame.nNext == kNotFound) {
         frame.nNext = frame.nEnd;
@@ -510,14 +586,19 @@ unsigned long CQLMimeMsg::FinishTop(ParseFrame& frame, unsigned long nResult) {
 
 unsigned long CQLMimeMsg::BDFind(CQLIMimeStr* pMimeStr, const std::string& strBoundary,
                                  const unsigned long& nFrom, int* pnLine, int* pbCRLF) {
-    return FindDelimiter(pMimeStr, strBoundary, nFrom, pnLine, pbCRLF, nullptr, nullptr);
+    return FindDelimiter(pMimeStr, strBoundary, nFrom, pnLine, pbCRLF, nullptr, nullptr, nullptr);
 }
 
 unsigned long CQLMimeMsg::FindDelimiter(CQLIMimeStr* pMimeStr, const std::string& strBoundary,
                                         unsigned long nFrom, int* pnLine, int* pbCRLF,
-                                        unsigned long* pnLFCount, unsigned long* pnHit) {
+                                        unsigned long* pnLFCount, unsigned long* pnHit,
+                                        DelimiterIndex* pIndex) {
     if (pnLFCount != nullptr) *pnLFCount = kNotFound;
     if (pMimeStr == nullptr) return kNotFound;
+    if (pIndex != nullptr && strBoundary.compare(0, 3, "\n--") == 0)
+        pIndex = pIndex->For(pMimeStr);
+    else
+        pIndex = nullptr;
     const unsigned long nBoundaryLen = strBoundary.size();
     const unsigned long nLength = pMimeStr->GetLength();
     // Only a memory source counts the lines of a search from where that search began.
@@ -526,7 +607,9 @@ unsigned long CQLMimeMsg::FindDelimiter(CQLIMimeStr* pMimeStr, const std::string
     unsigned long nPos = nFrom;
     char szBuf[513];
     for (;;) {
-        const unsigned long nHit = pMimeStr->Find(strBoundary, nPos, pnLine, pbCRLF);
+        const unsigned long nHit = pIndex != nullptr
+                                       ? pIndex->Find(strBoundary, nPos, pnLine, pbCRLF)
+                                       : pMimeStr->Find(strBoundary, nPos, pnLine, pbCRLF);
         if (nHit == kNotFound) return kNotFound;
         if (bCount) nLFCount += static_cast<unsigned long>(*pnLine);
         memset(szBuf, 0, sizeof(szBuf));

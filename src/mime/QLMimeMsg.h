@@ -143,6 +143,7 @@ public:
 
 private:
     struct ParseFrame;
+    struct DelimiterIndex;
     // The fields that name a part: the first of each name, as FindHdrItem finds them.
     struct PartFields {
         const CQLMimeHdrItem* pType = nullptr;
@@ -167,10 +168,12 @@ private:
                     unsigned long& nResult);
     unsigned long FinishTop(ParseFrame& frame, unsigned long nResult);
     // BDFind; with pnLFCount, a memory source also gives the newlines from nFrom through the
-    // delimiter, and in pnHit where the delimiter's newline stands.
+    // delimiter, and in pnHit where the delimiter's newline stands. With pIndex, a memory
+    // source is searched through the index of the parse.
     unsigned long FindDelimiter(CQLIMimeStr* pMimeStr, const std::string& strBoundary,
                                 unsigned long nFrom, int* pnLine, int* pbCRLF,
-                                unsigned long* pnLFCount, unsigned long* pnHit);
+                                unsigned long* pnLFCount, unsigned long* pnHit,
+                                DelimiterIndex* pIndex);
     // The line count FastLineCnt gives for a leaf body.
     unsigned long BodyLineCnt(const ParseFrame& frame, unsigned long nBSO, unsigned long nBEO);
     void NameEmbeddedMessage(unsigned long nHdr, unsigned long nEnd);

@@ -57,6 +57,22 @@ TEST(MimeAgreement, FileAndMemoryGiveTheSameTree) {
     for (const NamedMessage& m : TestMessages()) CheckAgreement(m.strName, m.strBytes, dir, true);
 }
 
+TEST(MimeAgreement, BodiesFullOfDashLines) {
+    // Lines that begin like delimiters, nested and in the tens of thousands: a memory parse
+    // past its limit for indexing them searches directly, with the same result.
+    CTempDir dir;
+    for (size_t nLines : {10u, 70000u}) {
+        std::string strDashes;
+        for (size_t i = 0; i < nLines; ++i) strDashes += i % 2 ? "--o-not\n" : "--ix\n-\n";
+        const std::string strMsg =
+            "Content-Type: multipart/mixed; boundary=o\n\n--o\nContent-Type: multipart/"
+            "alternative; boundary=i\n\n--i\n\n" +
+            strDashes + "--i\n\nsecond\n--i--\n--o\n\n" + strDashes + "--o--\n";
+        CheckAgreement("dash lines " + std::to_string(nLines), strMsg, dir, true);
+        CheckAgreement("dash lines crlf " + std::to_string(nLines), ToCRLF(strMsg), dir, true);
+    }
+}
+
 TEST(MimeAgreement, PublicCorpus) {
     const std::filesystem::path corpus(QLMAIL_CORPUS_DIR);
     if (!std::filesystem::is_directory(corpus))
