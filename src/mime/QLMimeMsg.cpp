@@ -612,8 +612,10 @@ unsigned long CQLMimeMsg::FindDelimiter(CQLIMimeStr* pMimeStr, const std::string
                                        : pMimeStr->Find(strBoundary, nPos, pnLine, pbCRLF);
         if (nHit == kNotFound) return kNotFound;
         if (bCount) nLFCount += static_cast<unsigned long>(*pnLine);
-        memset(szBuf, 0, sizeof(szBuf));
-        pMimeStr->SubStr(szBuf, nHit + nBoundaryLen, 512);
+        // The three bytes behind the match decide nearly always; the 512 that the trailing
+        // blanks rule may look at are read only for it. Bytes past the end read as 0.
+        memset(szBuf, 0, 4);
+        pMimeStr->SubStr(szBuf, nHit + nBoundaryLen, 3);
         bool bFound = false;
         unsigned long nResult = nHit;
         if (szBuf[0] == '\r') {
@@ -626,6 +628,8 @@ unsigned long CQLMimeMsg::FindDelimiter(CQLIMimeStr* pMimeStr, const std::string
                 bFound = true;
             } else if (CQLStringParser::IsCSpace(szBuf[2])) {
                 // "--boundary--" with trailing blanks up to the end of the source.
+                memset(szBuf, 0, sizeof(szBuf));
+                pMimeStr->SubStr(szBuf, nHit + nBoundaryLen, 512);
                 for (unsigned long i = 3; i < 512 && !bFound; ++i)
                     bFound =
                         !CQLStringParser::IsCSpace(szBuf[i]) && nHit + nBoundaryLen + i == nLength;
