@@ -133,6 +133,7 @@ struct CQLMimeMsg::DelimiterIndex {
     void Build(const std::string& strData) {
         const char* const p = strData.data();
         const size_t n = strData.size();
+        vLines.reserve(16); // a few parts' worth of delimiters
         unsigned long nPos = 0, nLFBefore = 0, nLF = 0;
         while (const char* pHit = CQLIMimeStr::FindBytes(p + nPos, n - nPos, "\n--", 3, &nLF)) {
             if (vLines.size() == kMaxLines) {
@@ -496,7 +497,7 @@ bool CQLMimeMsg::ParseHead(ParseFrame& frame, CQLFixedObjPoolParser<CQLMimeMsg>&
         nResult = bTop ? FinishTop(frame, nHdr) : nHdr;
         return true;
     }
-    frame.strBoundary = strBoundary;
+    frame.strBoundary = std::move(strBoundary);
     if (capacity() < 8) reserve(8); // room for a few parts before the list grows
     return false;
 }
