@@ -171,7 +171,11 @@ bool HasAvx2() {
 const char* CQLIMimeStr::FindBytes(const char* pHay, size_t nHay, const char* pNeedle,
                                    size_t nNeedle, unsigned long* pnLF) {
     if (pnLF != nullptr) *pnLF = 0;
-    if (nNeedle == 0) return pHay;
+    if (nNeedle == 0) {
+        // An empty needle matches at the start, whose byte the count includes.
+        if (pnLF != nullptr && nHay > 0) *pnLF = pHay[0] == '\n' ? 1 : 0;
+        return pHay;
+    }
     if (nNeedle > nHay) {
         if (pnLF != nullptr) *pnLF = GetLineCnt(pHay, nHay);
         return nullptr;
