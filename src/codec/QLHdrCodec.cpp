@@ -145,6 +145,7 @@ bool CQLHdrCodec::ParseEW(const std::string& strToken, std::string& strCharset, 
 bool CQLHdrCodec::DecodeB64(const std::string& strEncoded, std::string& strOut) {
     strOut.clear();
     const size_t n = strEncoded.size();
+    strOut.reserve(n); // four characters give three bytes
     size_t i = 0;
     for (; i < n && CQLStringParser::IsCSpace(strEncoded[i]); ++i) strOut += strEncoded[i];
     unsigned int nAcc = 0;

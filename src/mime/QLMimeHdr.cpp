@@ -299,53 +299,64 @@ CQLMimeHdrItem* CQLMimeHdr::FindHdrItem(const char* pszName, const unsigned int&
 
 void CQLMimeHdr::GetContentType(CQLMimeConst::CT& ct, CQLMimeConst::SUBCT& subct,
                                 CQLMimeConst::ENCODER& enc) const {
-    bool bType = false, bEncoding = false;
+    const CQLMimeHdrItem* pType = nullptr;
+    const CQLMimeHdrItem* pEncoding = nullptr;
     for (const CQLMimeHdrItem& item : *this) {
-        if (bType && bEncoding) break;
+        if (pType != nullptr && pEncoding != nullptr) break;
         const std::string& name = item.m_strName;
-        if (!bType && name.size() == static_cast<size_t>(CQLMimeConst::m_nContentTypeLen) &&
+        if (pType == nullptr &&
+            name.size() == static_cast<size_t>(CQLMimeConst::m_nContentTypeLen) &&
             strncasecmp(name.c_str(), CQLMimeConst::m_szContentType,
-                        CQLMimeConst::m_nContentTypeLen) == 0) {
-            bType = true;
-            const TrimmedView v(item.m_strValue);
-            ct = static_cast<CQLMimeConst::CT>(
-                FindPrefix(v.p, CQLMimeConst::m_szMIMEType, CQLMimeConst::m_nMIMETypeLen));
-            const char* pSlash = static_cast<const char*>(memchr(v.p, '/', v.n));
-            if (pSlash != nullptr) {
-                const int j = FindPrefix(pSlash + 1, CQLMimeConst::m_szSubMIMEType,
-                                         CQLMimeConst::m_nSubMIMETypeLen);
-                if (CQLMimeConst::m_szSubMIMEType[j] == nullptr)
-                    subct = CQLMimeConst::SUBCT_UNKNOWN;
-                else
-                    subct = j == 12 ? CQLMimeConst::MS_TNEF : static_cast<CQLMimeConst::SUBCT>(j);
-            }
-        } else if (!bEncoding &&
-                   name.size() == static_cast<size_t>(CQLMimeConst::m_nTransferEncodingLen) &&
-                   strncasecmp(name.c_str(), CQLMimeConst::m_szTransferEncoding,
-                               CQLMimeConst::m_nTransferEncodingLen) == 0) {
-            bEncoding = true;
-            const TrimmedView v(item.m_strValue);
-            const char* p = v.p;
-            switch (v.n) {
-            case 16:
-                enc = strncasecmp(p, "quoted-printable", 16) == 0 ? CQLMimeConst::ENCODER_QP
-                                                                  : CQLMimeConst::ENCODER_7BIT;
-                break;
-            case 6:
-                if (strncasecmp(p, "base64", 6) == 0)
-                    enc = CQLMimeConst::ENCODER_BASE64;
-                else if (strncasecmp(p, "binary", 6) == 0)
-                    enc = CQLMimeConst::ENCODER_BINARY;
-                break;
-            case 4:
-                if (strncasecmp(p, "7bit", 4) == 0)
-                    enc = CQLMimeConst::ENCODER_7BIT;
-                else if (strncasecmp(p, "8bit", 4) == 0)
-                    enc = CQLMimeConst::ENCODER_8BIT;
-                break;
-            default:
+                        CQLMimeConst::m_nContentTypeLen) == 0)
+            pType = &item;
+        else if (pEncoding == nullptr &&
+                 name.size() == static_cast<size_t>(CQLMimeConst::m_nTransferEncodingLen) &&
+                 strncasecmp(name.c_str(), CQLMimeConst::m_szTransferEncoding,
+                             CQLMimeConst::m_nTransferEncodingLen) == 0)
+            pEncoding = &item;
+    }
+    ContentTypeOf(pType, pEncoding, ct, subct, enc);
+}
+
+void CQLMimeHdr::ContentTypeOf(const CQLMimeHdrItem* pType, const CQLMimeHdrItem* pEncoding,
+                               CQLMimeConst::CT& ct, CQLMimeConst::SUBCT& subct,
+                               CQLMimeConst::ENCODER& enc) {
+    if (pType != nullptr) {
+        const TrimmedView v(pType->m_strValue);
+        ct = static_cast<CQLMimeConst::CT>(
+            FindPrefix(v.p, CQLMimeConst::m_szMIMEType, CQLMimeConst::m_nMIMETypeLen));
+        const char* pSlash = static_cast<const char*>(memchr(v.p, '/', v.n));
+        if (pSlash != nullptr) {
+            const int j = FindPrefix(pSlash + 1, CQLMimeConst::m_szSubMIMEType,
+                                     CQLMimeConst::m_nSubMIMETypeLen);
+            if (CQLMimeConst::m_szSubMIMEType[j] == nullptr)
+                subct = CQLMimeConst::SUBCT_UNKNOWN;
+            else
+                subct = j == 12 ? CQLMimeConst::MS_TNEF : static_cast<CQLMimeConst::SUBCT>(j);
+        }
+    }
+    if (pEncoding != nullptr) {
+        const TrimmedView v(pEncoding->m_strValue);
+        const char* p = v.p;
+        switch (v.n) {
+        case 16:
+            enc = strncasecmp(p, "quoted-printable", 16) == 0 ? CQLMimeConst::ENCODER_QP
+                                                              : CQLMimeConst::ENCODER_7BIT;
+            break;
+        case 6:
+            if (strncasecmp(p, "base64", 6) == 0)
+                enc = CQLMimeConst::ENCODER_BASE64;
+            else if (strncasecmp(p, "binary", 6) == 0)
+                enc = CQLMimeConst::ENCODER_BINARY;
+            break;
+        case 4:
+            if (strncasecmp(p, "7bit", 4) == 0)
                 enc = CQLMimeConst::ENCODER_7BIT;
-            }
+            else if (strncasecmp(p, "8bit", 4) == 0)
+                enc = CQLMimeConst::ENCODER_8BIT;
+            break;
+        default:
+            enc = CQLMimeConst::ENCODER_7BIT;
         }
     }
 }

@@ -37,6 +37,11 @@ public:
     CQLMimeHdrItem* FindHdrItem(const char* pszName, const unsigned int& nLen) const;
     void GetContentType(CQLMimeConst::CT& ct, CQLMimeConst::SUBCT& subct,
                         CQLMimeConst::ENCODER& enc) const;
+    // GetContentType from the first Content-Type and Content-Transfer-Encoding fields, either
+    // of which may be null, for a caller that has found them already.
+    static void ContentTypeOf(const CQLMimeHdrItem* pType, const CQLMimeHdrItem* pEncoding,
+                              CQLMimeConst::CT& ct, CQLMimeConst::SUBCT& subct,
+                              CQLMimeConst::ENCODER& enc);
     std::string GetBoundary() const;
     void AddHdrItem(const std::string& strLine, int nColon);
     std::string Encode(const std::string& strText, const std::string& strCharset, bool bB64,

@@ -399,8 +399,8 @@ bool CQLMimeMsg::ParseHead(ParseFrame& frame, CQLFixedObjPoolParser<CQLMimeMsg>&
         return true;
     }
 
-    m_Hdr.GetContentType(m_CT, m_SubCT, m_Encoder);
     const PartFields fields = FindPartFields(m_Hdr);
+    CQLMimeHdr::ContentTypeOf(fields.pType, fields.pEncoding, m_CT, m_SubCT, m_Encoder);
     m_strCharSet = CharSetOf(fields);
     if (bTop) m_strMainCharSet = m_strCharSet;
     m_strCID = fields.pCID ? fields.pCID->m_strValue : std::string();
@@ -1180,6 +1180,9 @@ CQLMimeMsg::PartFields CQLMimeMsg::FindPartFields(const CQLMimeHdr& hdr) {
             break;
         case 7:
             take(item, fields.pSubject, "subject", 7);
+            break;
+        case 25:
+            take(item, fields.pEncoding, CQLMimeConst::m_szTransferEncoding, 25);
             break;
         default:
             break;

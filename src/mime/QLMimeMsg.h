@@ -144,9 +144,10 @@ public:
 private:
     struct ParseFrame;
     struct DelimiterIndex;
-    // The fields that name a part: the first of each name, as FindHdrItem finds them.
+    // The fields that type and name a part: the first of each name, as FindHdrItem finds them.
     struct PartFields {
         const CQLMimeHdrItem* pType = nullptr;
+        const CQLMimeHdrItem* pEncoding = nullptr;
         const CQLMimeHdrItem* pDisposition = nullptr;
         const CQLMimeHdrItem* pCID = nullptr;
         const CQLMimeHdrItem* pSubject = nullptr;
