@@ -128,6 +128,10 @@ TEST(MimeIdentity, EmbeddedMessagesAreNamedFromTheirSubject) {
 TEST(MimeIdentity, NameHelpers) {
     CQLMimeMsg msg;
     EXPECT_EQ(msg.FixFilename("a/b\\c:d\"e*f<g>h|i?j,k"), "a_b_c_d_e_f_g_h_i_j_k");
+    // A part's name loses what FixFilename replaces and the line breaks it decodes to.
+    EXPECT_EQ(
+        Parse("Content-Type: text/plain; name=\"=?UTF-8?B?YQ0KYjpjLHR4dA==?=\"\n\nx")[0].filename,
+        "ab_c_txt");
     struct Case {
         const char* pszName;
         bool bImage;
