@@ -100,14 +100,11 @@ __attribute__((target("avx2"))) unsigned long CountLFAvx2(const char* p, unsigne
     return nCount + CountLFSse2(p + i, n - i);
 }
 
-} // namespace
-
-namespace {
-
 // Delimiters ("\n--...") are searched for over whole bodies: candidates are filtered a vector
 // at a time on the needle's first two bytes, which rarely stand together in a body, and only
-// those are compared in full. The newlines before the match are counted in the same pass,
-// because the parser needs the line count of every body it searches.
+// those are compared in full. The AVX2 search also counts the newlines before the match in
+// the same pass, because the parser needs the line count of every body it searches; without
+// AVX2 they are counted afterwards.
 const char* FindBytesSse2(const char* pHay, size_t nHay, const char* pNeedle, size_t nNeedle,
                           size_t& i) {
     const __m128i vFirst = _mm_set1_epi8(pNeedle[0]);
