@@ -10,18 +10,14 @@
 
 TEST(HdrCodec, ShortcutsAgreeWithTheFullDecode) {
     // GetWordCharset gives what Decode with O_ITEM_CS gives.
-    const std::vector<std::string> vTexts = {"plain subject",
-                                             "=?EUC-KR?B?x9HB2w==?= report",
-                                             "a =?us-ascii?Q?x?=",
-                                             "=?UTF-8?Q?bad=ZZ?=",
-                                             "raw \x1B$B$3$s\x1B(B text",
-                                             "=?x-bogus?B?YQ==?= =?utf-8?B?Yg==?=",
-                                             "=?broken",
-                                             "raw \xED\x95\x9C subject",
-                                             "a = b ? c",
-                                             "\r\n",
-                                             " \t",
-                                             ""};
+    const std::vector<std::string> vTexts = {
+        "plain subject", "=?EUC-KR?B?x9HB2w==?= report",
+        "a =?us-ascii?Q?x?=", "=?UTF-8?Q?bad=ZZ?=", "raw \x1B$B$3$s\x1B(B text",
+        "=?x-bogus?B?YQ==?= =?utf-8?B?Yg==?=", "=?broken", "raw \xED\x95\x9C subject", "a = b ? c",
+        // words whose text decides the answer
+        "=?us-ascii?B?AA==?=", "=?US-ASCII?Q?\?=", "x =?us-ascii?B?AA==?=",
+        "=?utf-8?B?YQ==?= =?us-ascii?B?AA==?=", "=?us-ascii?B?YQ==?= =?us-ascii?Q?=00?=",
+        "=??Q?x?=", "=??B?AA==?= tail", "\r\n", " \t", ""};
     for (const std::string& strText : vTexts) {
         CQLHdrCodec a, b;
         EXPECT_EQ(a.GetWordCharset(strText), b.Decode(strText, "UTF-8", "", CQLHdrCodec::O_ITEM_CS))
