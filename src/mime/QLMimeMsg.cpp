@@ -97,12 +97,6 @@ struct CQLMimeMsg::ParseFrame {
     unsigned long nRet;
     int nLine;
     bool bMissing;
-    // The newlines from nLFFrom through nLFTo, the delimiter that ends the entity, when the
-    // search for that delimiter counted them (memory sources): a leaf then needn't count
-    // its body again.
-    unsigned long nLFFrom = 0;
-    unsigned long nLFTo = 0;
-    unsigned long nLFCount = kNotFound;
     DelimiterIndex* pIndex = nullptr; // shared by all frames of one parse
 };
 
@@ -120,6 +114,8 @@ struct CQLMimeMsg::DelimiterIndex {
     const std::string* pData = nullptr;
     bool bTried = false;
     std::vector<Line> vLines;
+
+    bool Ready() const { return pData != nullptr; }
 
     // The index of a memory source, or null.
     DelimiterIndex* For(CQLIMimeStr* pSource) {
@@ -338,7 +334,7 @@ unsigned long CQLMimeMsg::Parse(CQLIMimeStr* pMimeStr, unsigned long nOffset, un
     stack.reserve(4); // deep enough for most mail without growing
     DelimiterIndex index;
     stack.push_back(ParseFrame{this, nOffset, nLength, nOffset + nLength, nPartCnt, std::string(),
-                               0, 0, 0, 0, false, 0, 0, kNotFound, &index});
+                               0, 0, 0, 0, false, &index});
     stack.back().pNode->m_pSource = pMimeStr;
     unsigned long nResult = 0;
     bool bDone = ParseHead(stack.back(), Pool, nParseCnt, bHdrOnly, nResult);
@@ -363,8 +359,7 @@ unsigned long CQLMimeMsg::Parse(CQLIMimeStr* pMimeStr, unsigned long nOffset, un
         const unsigned long nChildLen = frame.nNext > frame.nCur ? frame.nNext - frame.nCur : 0;
         const unsigned long nChildOffset = frame.nCur;
         stack.push_back(ParseFrame{pChild, nChildOffset, nChildLen, nChildOffset + nChildLen, 0,
-                                   std::string(), 0, 0, 0, 0, false, frame.nLFFrom, frame.nLFTo,
-                                   frame.nLFCount, frame.pIndex});
+                                   std::string(), 0, 0, 0, 0, false, frame.pIndex});
         pChild->m_pSource = pMimeStr;
         bDone = pChild->ParseHead(stack.back(), Pool, nParseCnt, false, nResult);
     }
@@ -482,8 +477,8 @@ bool CQLMimeMsg::ParseHead(ParseFrame& frame, CQLFixedObjPoolParser<CQLMimeMsg>&
     }
 
     m_nBSO = static_cast<uint32_t>(nHdr);
-    const unsigned long nFirst = FindDelimiter(pMimeStr, strBoundary, nHdr, nullptr, nullptr,
-                                               nullptr, nullptr, frame.pIndex);
+    const unsigned long nFirst =
+        FindDelimiter(pMimeStr, strBoundary, nHdr, nullptr, nullptr, frame.pIndex);
     if (nFirst == kNotFound) {
         m_strLastError = "In Parse(), Fail to find next boundary. " + strBoundary;
         m_nBEO = static_cast<uint32_t>(nEnd);
@@ -505,9 +500,8 @@ bool CQLMimeMsg::ParseHead(ParseFrame& frame, CQLFixedObjPoolParser<CQLMimeMsg>&
 CQLMimeMsg* CQLMimeMsg::NextChild(ParseFrame& frame, CQLFixedObjPoolParser<CQLMimeMsg>& Pool) {
     frame.nLine = 0;
     int bCRLF = 0;
-    frame.nLFFrom = frame.nCur;
-    frame.nNext = FindDelimiter(m_pSource, frame.strBoundary, frame.nCur, &frame.nLine, &bCRLF,
-                                &frame.nLFCount, &frame.nLFTo, frame.pIndex);
+    frame.nNext =
+        FindDelimiter(m_pSource, frame.strBoundary, frame.nCur, &frame.nLine, &bCRLF, frame.pIndex);
     frame.bMissing = false;
     if (frame.nNext == kNotFound) {
         frame.nNext = frame.nEnd;
@@ -587,14 +581,12 @@ unsigned long CQLMimeMsg::FinishTop(ParseFrame& frame, unsigned long nResult) {
 
 unsigned long CQLMimeMsg::BDFind(CQLIMimeStr* pMimeStr, const std::string& strBoundary,
                                  const unsigned long& nFrom, int* pnLine, int* pbCRLF) {
-    return FindDelimiter(pMimeStr, strBoundary, nFrom, pnLine, pbCRLF, nullptr, nullptr, nullptr);
+    return FindDelimiter(pMimeStr, strBoundary, nFrom, pnLine, pbCRLF, nullptr);
 }
 
 unsigned long CQLMimeMsg::FindDelimiter(CQLIMimeStr* pMimeStr, const std::string& strBoundary,
                                         unsigned long nFrom, int* pnLine, int* pbCRLF,
-                                        unsigned long* pnLFCount, unsigned long* pnHit,
                                         DelimiterIndex* pIndex) {
-    if (pnLFCount != nullptr) *pnLFCount = kNotFound;
     if (pMimeStr == nullptr) return kNotFound;
     if (pIndex != nullptr && strBoundary.compare(0, 3, "\n--") == 0)
         pIndex = pIndex->For(pMimeStr);
@@ -602,9 +594,6 @@ unsigned long CQLMimeMsg::FindDelimiter(CQLIMimeStr* pMimeStr, const std::string
         pIndex = nullptr;
     const unsigned long nBoundaryLen = strBoundary.size();
     const unsigned long nLength = pMimeStr->GetLength();
-    // Only a memory source counts the lines of a search from where that search began.
-    const bool bCount = pnLFCount != nullptr && pnLine != nullptr && pMimeStr->GetType() == 0;
-    unsigned long nLFCount = 0;
     unsigned long nPos = nFrom;
     char szBuf[513];
     for (;;) {
@@ -612,7 +601,6 @@ unsigned long CQLMimeMsg::FindDelimiter(CQLIMimeStr* pMimeStr, const std::string
                                        ? pIndex->Find(strBoundary, nPos, pnLine, pbCRLF)
                                        : pMimeStr->Find(strBoundary, nPos, pnLine, pbCRLF);
         if (nHit == kNotFound) return kNotFound;
-        if (bCount) nLFCount += static_cast<unsigned long>(*pnLine);
         // The three bytes behind the match decide nearly always; the 512 that the trailing
         // blanks rule may look at are read only for it. Bytes past the end read as 0.
         memset(szBuf, 0, 4);
@@ -636,33 +624,22 @@ unsigned long CQLMimeMsg::FindDelimiter(CQLIMimeStr* pMimeStr, const std::string
                         !CQLStringParser::IsCSpace(szBuf[i]) && nHit + nBoundaryLen + i == nLength;
             }
         }
-        if (bFound) {
-            if (bCount) {
-                *pnLFCount = nLFCount;
-                *pnHit = nHit;
-            }
-            return nResult;
-        }
+        if (bFound) return nResult;
         // The boundary was only a prefix of a longer text.
         nPos = nHit + nBoundaryLen + 1;
-        if (bCount) nLFCount += CQLIMimeStr::GetLineCnt(pMimeStr->GetData(), nHit + 1, nPos - 1);
     }
 }
 
 unsigned long CQLMimeMsg::BodyLineCnt(const ParseFrame& frame, unsigned long nBSO,
                                       unsigned long nBEO) {
-    // FastLineCnt counts from nBSO through nBEO, the end included. When the delimiter search
-    // counted a range around that, the difference is counted instead: only header bytes.
-    // BEO is at most one past the delimiter's newline, where its "-" stands.
-    const unsigned long nFrom = frame.nLFFrom, nTo = frame.nLFTo;
-    if (frame.nLFCount == kNotFound || m_pSource->GetType() != 0 || nBSO < nFrom ||
-        nBEO > nTo + 1 || nBSO > nBEO)
+    // FastLineCnt counts from nBSO through nBEO, the end included. A leaf found by a delimiter
+    // search takes that count from the index, whose entries stand next to both ends.
+    const DelimiterIndex* pIndex = frame.pIndex;
+    if (pIndex == nullptr || !pIndex->Ready() || m_pSource->GetType() != 0)
         return m_pSource->FastLineCnt(nBSO, nBEO - nBSO);
-    const std::string& strData = m_pSource->GetData();
-    unsigned long nCount = frame.nLFCount;
-    if (nBSO > nFrom) nCount -= CQLIMimeStr::GetLineCnt(strData, nFrom, nBSO - 1);
-    if (nBEO < nTo) nCount -= CQLIMimeStr::GetLineCnt(strData, nBEO + 1, nTo);
-    return nCount;
+    const unsigned long nSize = m_pSource->GetData().size();
+    if (nBSO >= nSize || nBEO < nBSO) return 0;
+    return pIndex->LFBefore(std::min(nBEO, nSize - 1) + 1) - pIndex->LFBefore(nBSO);
 }
 
 void CQLMimeMsg::Sync(CQLMimeMsg* pMsg) {

@@ -168,12 +168,9 @@ private:
     bool AfterChild(ParseFrame& frame, CQLMimeMsg* pChild, unsigned long nChildResult,
                     unsigned long& nResult);
     unsigned long FinishTop(ParseFrame& frame, unsigned long nResult);
-    // BDFind; with pnLFCount, a memory source also gives the newlines from nFrom through the
-    // delimiter, and in pnHit where the delimiter's newline stands. With pIndex, a memory
-    // source is searched through the index of the parse.
+    // BDFind; with pIndex, a memory source is searched through the index of the parse.
     unsigned long FindDelimiter(CQLIMimeStr* pMimeStr, const std::string& strBoundary,
                                 unsigned long nFrom, int* pnLine, int* pbCRLF,
-                                unsigned long* pnLFCount, unsigned long* pnHit,
                                 DelimiterIndex* pIndex);
     // The line count FastLineCnt gives for a leaf body.
     unsigned long BodyLineCnt(const ParseFrame& frame, unsigned long nBSO, unsigned long nBEO);
