@@ -484,9 +484,47 @@ unsigned long CQLIMimeStr::DelimiterIndex::Find(CQLIMimeStr& source, const std::
     nHit = NOT_FOUND;
     const unsigned long nFind = strFind.size();
     if (nFrom > m_nLength || nFind > m_nLength - nFrom) return NOT_FOUND;
-    if (strFind.find_first_of("\r\n", 3) != std::string::npos)
-        return FindWithBreaks(source, strFind, nFrom, nHit);
+    if (strFind != m_strLastFind) {
+        m_strLastFind = strFind;
+        const char* pBoundary = strFind.data() + 3;
+        const size_t nBoundary = nFind - 3;
+        m_bLastBreaks = strFind.find_first_of("\r\n", 3) != std::string::npos;
+        m_nLastKey = Key(pBoundary, nBoundary);
+        m_nLastDashKey = Key(pBoundary, nBoundary >= 2 ? nBoundary - 2 : 0);
+    }
+    if (m_bLastBreaks) return FindWithBreaks(source, strFind, nFrom, nHit);
     return FindKeyed(source, strFind, nFrom, nHit);
+}
+
+std::vector<CQLIMimeStr::DelimiterIndex::Line>::const_iterator
+CQLIMimeStr::DelimiterIndex::LowerBound(uint32_t nKey, unsigned long nFrom) const {
+    const Line target{nKey, static_cast<uint32_t>(nFrom)};
+    Cursor& cursor = m_aCursors[nKey & 15];
+    size_t nAt = 0;
+    if (cursor.bUsed && cursor.nKey == nKey && cursor.nFrom <= nFrom) {
+        // Galloping from the last place: steps of 1, 2, 4... then a binary search.
+        size_t nLo = cursor.nAt, nStep = 1;
+        if (nLo < m_vLines.size() && m_vLines[nLo] < target) {
+            size_t nHi = nLo + 1;
+            while (nHi < m_vLines.size() && m_vLines[nHi] < target) {
+                nLo = nHi;
+                nStep *= 2;
+                nHi = nLo + nStep;
+            }
+            nHi = std::min(nHi, m_vLines.size());
+            nAt = static_cast<size_t>(
+                std::lower_bound(m_vLines.begin() + static_cast<long>(nLo) + 1,
+                                 m_vLines.begin() + static_cast<long>(nHi), target) -
+                m_vLines.begin());
+        } else {
+            nAt = nLo;
+        }
+    } else {
+        nAt = static_cast<size_t>(std::lower_bound(m_vLines.begin(), m_vLines.end(), target) -
+                                  m_vLines.begin());
+    }
+    cursor = Cursor{nKey, static_cast<uint32_t>(nFrom), nAt, true};
+    return m_vLines.begin() + static_cast<long>(nAt);
 }
 
 unsigned long CQLIMimeStr::DelimiterIndex::FindKeyed(CQLIMimeStr& source,
@@ -500,9 +538,8 @@ unsigned long CQLIMimeStr::DelimiterIndex::FindKeyed(CQLIMimeStr& source,
     const size_t nBoundary = nFind - 3;
     unsigned long nResult = NOT_FOUND;
     auto walk = [&](uint32_t nKey) {
-        auto it = std::lower_bound(m_vLines.begin(), m_vLines.end(),
-                                   Line{nKey, static_cast<uint32_t>(nFrom)});
-        for (; it != m_vLines.end() && it->nKey == nKey && it->nAt < nHit; ++it) {
+        for (auto it = LowerBound(nKey, nFrom);
+             it != m_vLines.end() && it->nKey == nKey && it->nAt < nHit; ++it) {
             bool bRaw = false;
             const unsigned long n = Test(source, strFind, it->nAt, bRaw);
             if (n != NOT_FOUND) {
@@ -512,8 +549,8 @@ unsigned long CQLIMimeStr::DelimiterIndex::FindKeyed(CQLIMimeStr& source,
             }
         }
     };
-    walk(Key(pBoundary, nBoundary));
-    if (EndsWithDashes(pBoundary, nBoundary)) walk(Key(pBoundary, nBoundary - 2));
+    walk(m_nLastKey);
+    if (EndsWithDashes(pBoundary, nBoundary)) walk(m_nLastDashKey);
     // "--boundary--" with white space behind, close to the end: its line can be anything.
     if (m_nLength < nFind + 3) return nResult;
     const unsigned long nZoneEnd = std::min(nHit, m_nLength - nFind - 2);

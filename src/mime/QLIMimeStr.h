@@ -132,7 +132,18 @@ private:
         }
     };
 
+    // Where the lookups of a key stand: searches go forward through the message, so the next
+    // lookup of a key starts where the last one ended.
+    struct Cursor {
+        uint32_t nKey = 0;
+        uint32_t nFrom = 0;
+        size_t nAt = 0;
+        bool bUsed = false;
+    };
+
     uint32_t Key(const char* p, size_t n) const;
+    // The first line of the key at or after nFrom.
+    std::vector<Line>::const_iterator LowerBound(uint32_t nKey, unsigned long nFrom) const;
     void Sort(std::vector<Line>& vLines);
     // The delimiter of strFind at the raw candidate nAt, or -1: FindBoundary's test.
     static unsigned long Test(CQLIMimeStr& source, const std::string& strFind, unsigned long nAt,
@@ -144,6 +155,12 @@ private:
 
     std::vector<Line> m_vLines;
     std::vector<uint32_t> m_vLF; // newlines before each LF_BLOCK
+    mutable Cursor m_aCursors[16];
+    // What is worked out once for the pattern asked for last: whether it holds a line break,
+    // and its keys with and without two dashes at its end.
+    mutable std::string m_strLastFind;
+    mutable bool m_bLastBreaks = false;
+    mutable uint32_t m_nLastKey = 0, m_nLastDashKey = 0;
     uint64_t m_nSeed = 0;
     unsigned long m_nLength = 0;
 };

@@ -483,7 +483,14 @@ CQLMimeMsg* CQLMimeMsg::NewChild(ParseFrame& frame, CQLFixedObjPoolParser<CQLMim
     CQLMimeMsg* pChild = Pool.GetObject();
     pChild->m_pTop = this;
     pChild->m_strMainCharSet = m_strMainCharSet;
-    pChild->m_strDepth = m_strDepth + std::to_string(frame.nPartCnt) + ".";
+    // The number in one allocation: deep parts have long numbers.
+    char szNumber[16];
+    const char* pEnd = std::to_chars(szNumber, szNumber + sizeof(szNumber), frame.nPartCnt).ptr;
+    std::string& strDepth = pChild->m_strDepth;
+    strDepth.reserve(m_strDepth.size() + (pEnd - szNumber) + 1);
+    strDepth.assign(m_strDepth)
+        .append(szNumber, static_cast<size_t>(pEnd - szNumber))
+        .push_back('.');
     pChild->m_strReserved = m_strReserved;
     pChild->m_nLineCnt = 0;
     return pChild;
