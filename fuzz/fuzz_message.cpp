@@ -4,6 +4,7 @@
 // larger than a fuzzer's inputs.
 #include "FuzzCommon.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 
@@ -118,7 +119,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t nSize) {
             if (!bParseHdr) ReadEveryPart(rebuilt);
         }
     }
-    if (!strData.empty()) {
+    // Only a multipart searches for delimiters.
+    const bool bMultipart = std::any_of(mem.begin(), mem.end(), [](const CQLMimeMsg* p) {
+        return p->m_CT == CQLMimeConst::MULTIPART;
+    });
+    if (bMultipart) {
         CheckIndexed<CQLMimeStr>(strData, false, mem, bMem);
         CheckIndexed<CQLMimeFile>(file.Path(), true, fromFile, bFile);
     }

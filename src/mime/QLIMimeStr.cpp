@@ -308,7 +308,7 @@ CQLIMimeStr::DelimiterIndex* CQLIMimeStr::IndexFor(const std::string& strFind) {
             }
         }
     }
-    return m_pIndex && m_pIndex->Covers(strFind, GetType() != 0) ? m_pIndex.get() : nullptr;
+    return m_pIndex && m_pIndex->Covers(strFind) ? m_pIndex.get() : nullptr;
 }
 
 unsigned long CQLIMimeStr::NextBoundary(const std::string& strBoundary, unsigned long nFrom,
@@ -380,6 +380,8 @@ uint32_t CQLIMimeStr::DelimiterIndex::Key(const char* p, size_t n) const {
 }
 
 void CQLIMimeStr::DelimiterIndex::Sort(std::vector<Line>& vLines) {
+    // Lines of one boundary only are in order already.
+    if (std::is_sorted(vLines.begin(), vLines.end())) return;
     if (vLines.size() < 4096) {
         std::sort(vLines.begin(), vLines.end());
         return;
@@ -399,6 +401,7 @@ bool CQLIMimeStr::DelimiterIndex::Build(CQLIMimeStr& source, unsigned long nMaxT
     const unsigned long nLength = source.GetLength();
     if (nLength > UINT32_MAX) return false;
     m_nLength = nLength;
+    m_bFile = source.GetType() != 0;
     m_nSeed = (reinterpret_cast<uintptr_t>(this) >> 4) * 0x9E3779B97F4A7C15ull ^ nLength;
     m_vLF.assign(1, 0);
     m_vLF.reserve(nLength / LF_BLOCK + 2);
@@ -452,13 +455,21 @@ bool CQLIMimeStr::DelimiterIndex::Build(CQLIMimeStr& source, unsigned long nMaxT
     return true;
 }
 
-bool CQLIMimeStr::DelimiterIndex::Covers(const std::string& strFind, bool bFile) const {
-    if (strFind.size() < 4 || strFind.compare(0, 3, "\n--") != 0) return false;
-    // A boundary that begins with a line break has no text before the line end to be found by.
-    if (strFind[3] == '\r' || strFind[3] == '\n') return false;
-    // A file search can't find such patterns, or finds them against the NUL bytes behind its
-    // blocks.
-    if (bFile && (strFind.size() >= 4096 || strFind.back() == '\0')) return false;
+bool CQLIMimeStr::DelimiterIndex::Covers(const std::string& strFind) const {
+    if (strFind == m_strLastFind) return m_bLastCovers;
+    m_strLastFind = strFind;
+    // A boundary that begins with a line break has no text before the line end to be found
+    // by; a file search can't find a pattern of a block or more, and finds one that ends in
+    // NUL against the NUL bytes behind its blocks.
+    const size_t nFind = strFind.size();
+    m_bLastCovers = nFind >= 4 && strFind.compare(0, 3, "\n--") == 0 && strFind[3] != '\r' &&
+                    strFind[3] != '\n' && !(m_bFile && (nFind >= 4096 || strFind.back() == '\0'));
+    if (!m_bLastCovers) return false;
+    const char* pBoundary = strFind.data() + 3;
+    const size_t nBoundary = nFind - 3;
+    m_bLastBreaks = strFind.find_first_of("\r\n", 3) != std::string::npos;
+    m_nLastKey = Key(pBoundary, nBoundary);
+    m_nLastDashKey = Key(pBoundary, nBoundary >= 2 ? nBoundary - 2 : 0);
     return true;
 }
 
@@ -484,14 +495,6 @@ unsigned long CQLIMimeStr::DelimiterIndex::Find(CQLIMimeStr& source, const std::
     nHit = NOT_FOUND;
     const unsigned long nFind = strFind.size();
     if (nFrom > m_nLength || nFind > m_nLength - nFrom) return NOT_FOUND;
-    if (strFind != m_strLastFind) {
-        m_strLastFind = strFind;
-        const char* pBoundary = strFind.data() + 3;
-        const size_t nBoundary = nFind - 3;
-        m_bLastBreaks = strFind.find_first_of("\r\n", 3) != std::string::npos;
-        m_nLastKey = Key(pBoundary, nBoundary);
-        m_nLastDashKey = Key(pBoundary, nBoundary >= 2 ? nBoundary - 2 : 0);
-    }
     if (m_bLastBreaks) return FindWithBreaks(source, strFind, nFrom, nHit);
     return FindKeyed(source, strFind, nFrom, nHit);
 }

@@ -115,8 +115,9 @@ public:
     // text behind the dashes is longer than nMaxText bytes are left out.
     bool Build(CQLIMimeStr& source, unsigned long nMaxText);
     // Whether Find answers for this pattern ("\n--" and the boundary).
-    bool Covers(const std::string& strFind, bool bFile) const;
-    // FindBoundary without counters; nHit is the raw match of the delimiter found.
+    bool Covers(const std::string& strFind) const;
+    // FindBoundary without counters, for the pattern that Covers was last asked about; nHit
+    // is the raw match of the delimiter found.
     unsigned long Find(CQLIMimeStr& source, const std::string& strFind, unsigned long nFrom,
                        unsigned long& nHit) const;
     // The newlines in [nFrom, nTo).
@@ -156,13 +157,15 @@ private:
     std::vector<Line> m_vLines;
     std::vector<uint32_t> m_vLF; // newlines before each LF_BLOCK
     mutable Cursor m_aCursors[16];
-    // What is worked out once for the pattern asked for last: whether it holds a line break,
-    // and its keys with and without two dashes at its end.
+    // What is worked out once for the pattern asked for last: whether Find answers for it,
+    // whether it holds a line break, and its keys with and without two dashes at its end.
     mutable std::string m_strLastFind;
+    mutable bool m_bLastCovers = false;
     mutable bool m_bLastBreaks = false;
     mutable uint32_t m_nLastKey = 0, m_nLastDashKey = 0;
     uint64_t m_nSeed = 0;
     unsigned long m_nLength = 0;
+    bool m_bFile = false;
 };
 
 #endif
