@@ -465,21 +465,26 @@ bool CQLIMimeStr::DelimiterIndex::Covers(const std::string& strFind) const {
     m_bLastCovers = nFind >= 4 && strFind.compare(0, 3, "\n--") == 0 && strFind[3] != '\r' &&
                     strFind[3] != '\n' && !(m_bFile && (nFind >= 4096 || strFind.back() == '\0'));
     if (!m_bLastCovers) return false;
-    const char* pBoundary = strFind.data() + 3;
-    const size_t nBoundary = nFind - 3;
-    m_bLastBreaks = strFind.find_first_of("\r\n", 3) != std::string::npos;
-    m_nLastKey = Key(pBoundary, nBoundary);
-    m_nLastDashKey = Key(pBoundary, nBoundary >= 2 ? nBoundary - 2 : 0);
+    // A delimiter's line is the boundary and its line end, or the boundary and "--": its key
+    // is the boundary's, or for a boundary that ends in "--" that of the boundary without
+    // them. A boundary that holds a line break is looked up by its text before it, the line
+    // of every match.
+    const char* pText = strFind.data() + 3;
+    const size_t nText = std::min(strFind.find_first_of("\r\n", 3), nFind) - 3;
+    m_bLastOverlaps = nText + 3 < nFind && strFind.find('\n', 3) != std::string::npos;
+    m_nLastKey = Key(pText, nText);
+    m_bLastDashes = EndsWithDashes(pText, nText);
+    m_nLastDashKey = Key(pText, m_bLastDashes ? nText - 2 : 0);
     return true;
 }
 
 unsigned long CQLIMimeStr::DelimiterIndex::Test(CQLIMimeStr& source, const std::string& strFind,
-                                                unsigned long nAt, bool& bRaw) {
+                                                unsigned long nAt, bool& bMatch) {
     const unsigned long nFind = strFind.size();
     unsigned long nGot = 0;
     const char* p = source.BytesAt(nAt, nFind + 3, nGot, true);
-    bRaw = nGot >= nFind && memcmp(p, strFind.data(), nFind) == 0;
-    if (!bRaw) return NOT_FOUND;
+    bMatch = nGot >= nFind && memcmp(p, strFind.data(), nFind) == 0;
+    if (!bMatch) return NOT_FOUND;
     char szAfter[3] = {0, 0, 0};
     memcpy(szAfter, p + nFind, nGot - nFind);
     const unsigned long nAfterToEnd = source.GetLength() - nAt - nFind;
@@ -495,8 +500,51 @@ unsigned long CQLIMimeStr::DelimiterIndex::Find(CQLIMimeStr& source, const std::
     nHit = NOT_FOUND;
     const unsigned long nFind = strFind.size();
     if (nFrom > m_nLength || nFind > m_nLength - nFrom) return NOT_FOUND;
-    if (m_bLastBreaks) return FindWithBreaks(source, strFind, nFrom, nHit);
-    return FindKeyed(source, strFind, nFrom, nHit);
+    if (m_bLastOverlaps) return FindOverlapping(source, strFind, nFrom, nHit);
+    // A match that is no delimiter makes the direct search go on behind it; matches can't
+    // overlap here, so the first line of a key that passes the test is what it finds.
+    unsigned long nResult = NOT_FOUND;
+    auto walk = [&](uint32_t nKey) {
+        for (auto it = LowerBound(nKey, nFrom);
+             it != m_vLines.end() && it->nKey == nKey && it->nAt < nHit; ++it) {
+            bool bMatch = false;
+            const unsigned long n = Test(source, strFind, it->nAt, bMatch);
+            if (n != NOT_FOUND) {
+                nHit = it->nAt;
+                nResult = n;
+                return;
+            }
+        }
+    };
+    walk(m_nLastKey);
+    if (m_bLastDashes) walk(m_nLastDashKey);
+    // "--boundary--" with white space behind, close to the end: its line can be anything.
+    if (m_nLength < nFind + 3) return nResult;
+    const unsigned long nZoneEnd = std::min(nHit, m_nLength - nFind - 2);
+    const unsigned long nZoneStart =
+        std::max(nFrom, m_nLength > nFind + 511 ? m_nLength - nFind - 511 : 0);
+    if (nZoneStart >= nZoneEnd) return nResult;
+    std::string strZone;
+    {
+        unsigned long nGot = 0;
+        const char* p = source.BytesAt(nZoneStart, nZoneEnd - nZoneStart + nFind, nGot, true);
+        strZone.assign(p, nGot);
+    }
+    for (size_t nPos = 0; nPos < strZone.size();) {
+        const char* pMatch =
+            FindBytes(strZone.data() + nPos, strZone.size() - nPos, strFind.data(), nFind);
+        if (pMatch == nullptr) break;
+        const unsigned long nAt = nZoneStart + static_cast<unsigned long>(pMatch - strZone.data());
+        if (nAt >= nZoneEnd) break;
+        bool bMatch = false;
+        const unsigned long n = Test(source, strFind, nAt, bMatch);
+        if (n != NOT_FOUND) {
+            nHit = nAt;
+            return n;
+        }
+        nPos = nAt - nZoneStart + 1;
+    }
+    return nResult;
 }
 
 std::vector<CQLIMimeStr::DelimiterIndex::Line>::const_iterator
@@ -530,78 +578,21 @@ CQLIMimeStr::DelimiterIndex::LowerBound(uint32_t nKey, unsigned long nFrom) cons
     return m_vLines.begin() + static_cast<long>(nAt);
 }
 
-unsigned long CQLIMimeStr::DelimiterIndex::FindKeyed(CQLIMimeStr& source,
-                                                     const std::string& strFind,
-                                                     unsigned long nFrom,
-                                                     unsigned long& nHit) const {
-    // A delimiter line is the boundary and the line end, or the boundary and "--": its key is
-    // the boundary's, or for a boundary ending in "--" that of the boundary without them.
+unsigned long CQLIMimeStr::DelimiterIndex::FindOverlapping(CQLIMimeStr& source,
+                                                           const std::string& strFind,
+                                                           unsigned long nFrom,
+                                                           unsigned long& nHit) const {
+    // With a line break inside, a match can begin within the one before it, where the direct
+    // search, going on behind a match that is no delimiter, does not look: the lines of the
+    // key are walked as it walks its matches.
     const unsigned long nFind = strFind.size();
-    const char* pBoundary = strFind.data() + 3;
-    const size_t nBoundary = nFind - 3;
-    unsigned long nResult = NOT_FOUND;
-    auto walk = [&](uint32_t nKey) {
-        for (auto it = LowerBound(nKey, nFrom);
-             it != m_vLines.end() && it->nKey == nKey && it->nAt < nHit; ++it) {
-            bool bRaw = false;
-            const unsigned long n = Test(source, strFind, it->nAt, bRaw);
-            if (n != NOT_FOUND) {
-                nHit = it->nAt;
-                nResult = n;
-                return;
-            }
-        }
-    };
-    walk(m_nLastKey);
-    if (EndsWithDashes(pBoundary, nBoundary)) walk(m_nLastDashKey);
-    // "--boundary--" with white space behind, close to the end: its line can be anything.
-    if (m_nLength < nFind + 3) return nResult;
-    const unsigned long nZoneEnd = std::min(nHit, m_nLength - nFind - 2);
-    const unsigned long nZoneStart =
-        std::max(nFrom, m_nLength > nFind + 511 ? m_nLength - nFind - 511 : 0);
-    if (nZoneStart >= nZoneEnd) return nResult;
-    std::string strZone;
-    {
-        unsigned long nGot = 0;
-        const char* p = source.BytesAt(nZoneStart, nZoneEnd - nZoneStart + nFind, nGot, true);
-        strZone.assign(p, nGot);
-    }
-    for (size_t nPos = 0; nPos < strZone.size();) {
-        const char* pMatch =
-            FindBytes(strZone.data() + nPos, strZone.size() - nPos, strFind.data(), nFind);
-        if (pMatch == nullptr) break;
-        const unsigned long nAt = nZoneStart + static_cast<unsigned long>(pMatch - strZone.data());
-        if (nAt >= nZoneEnd) break;
-        bool bRaw = false;
-        const unsigned long n = Test(source, strFind, nAt, bRaw);
-        if (n != NOT_FOUND) {
-            nHit = nAt;
-            return n;
-        }
-        nPos = nAt - nZoneStart + 1;
-    }
-    return nResult;
-}
-
-unsigned long CQLIMimeStr::DelimiterIndex::FindWithBreaks(CQLIMimeStr& source,
-                                                          const std::string& strFind,
-                                                          unsigned long nFrom,
-                                                          unsigned long& nHit) const {
-    // Every match has the boundary's text up to its first line break as its line: the lines
-    // of that key are all the candidates, walked as the direct search walks its matches, which
-    // can overlap here.
-    const unsigned long nFind = strFind.size();
-    const char* pText = strFind.data() + 3;
-    const size_t nText = strFind.find_first_of("\r\n", 3) - 3;
     auto range = [&](uint32_t nKey) {
         return std::make_pair(
-            std::lower_bound(m_vLines.begin(), m_vLines.end(),
-                             Line{nKey, static_cast<uint32_t>(nFrom)}),
+            LowerBound(nKey, nFrom),
             std::upper_bound(m_vLines.begin(), m_vLines.end(), Line{nKey, UINT32_MAX}));
     };
-    auto a = range(Key(pText, nText));
-    auto b = EndsWithDashes(pText, nText) ? range(Key(pText, nText - 2))
-                                          : std::make_pair(m_vLines.end(), m_vLines.end());
+    auto a = range(m_nLastKey);
+    auto b = m_bLastDashes ? range(m_nLastDashKey) : std::make_pair(m_vLines.end(), m_vLines.end());
     unsigned long nPos = nFrom;
     for (;;) {
         while (a.first != a.second && a.first->nAt < nPos) ++a.first;
@@ -611,14 +602,13 @@ unsigned long CQLIMimeStr::DelimiterIndex::FindWithBreaks(CQLIMimeStr& source,
         auto& next = !bB || (bA && a.first->nAt < b.first->nAt) ? a.first : b.first;
         const unsigned long nAt = next->nAt;
         ++next;
-        bool bRaw = false;
-        const unsigned long n = Test(source, strFind, nAt, bRaw);
-        if (!bRaw) continue;
+        bool bMatch = false;
+        const unsigned long n = Test(source, strFind, nAt, bMatch);
         if (n != NOT_FOUND) {
             nHit = nAt;
             return n;
         }
-        nPos = nAt + nFind + 1;
+        if (bMatch) nPos = nAt + nFind + 1;
     }
 }
 

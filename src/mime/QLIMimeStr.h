@@ -146,22 +146,22 @@ private:
     // The first line of the key at or after nFrom.
     std::vector<Line>::const_iterator LowerBound(uint32_t nKey, unsigned long nFrom) const;
     void Sort(std::vector<Line>& vLines);
-    // The delimiter of strFind at the raw candidate nAt, or -1: FindBoundary's test.
+    // The delimiter of strFind at nAt as FindBoundary's test takes it, or -1 when strFind
+    // does not match there (bMatch false) or the match is no delimiter.
     static unsigned long Test(CQLIMimeStr& source, const std::string& strFind, unsigned long nAt,
-                              bool& bRaw);
-    unsigned long FindKeyed(CQLIMimeStr& source, const std::string& strFind, unsigned long nFrom,
-                            unsigned long& nHit) const;
-    unsigned long FindWithBreaks(CQLIMimeStr& source, const std::string& strFind,
-                                 unsigned long nFrom, unsigned long& nHit) const;
+                              bool& bMatch);
+    unsigned long FindOverlapping(CQLIMimeStr& source, const std::string& strFind,
+                                  unsigned long nFrom, unsigned long& nHit) const;
 
     std::vector<Line> m_vLines;
     std::vector<uint32_t> m_vLF; // newlines before each LF_BLOCK
     mutable Cursor m_aCursors[16];
     // What is worked out once for the pattern asked for last: whether Find answers for it,
-    // whether it holds a line break, and its keys with and without two dashes at its end.
+    // and the keys its delimiters are found by.
     mutable std::string m_strLastFind;
     mutable bool m_bLastCovers = false;
-    mutable bool m_bLastBreaks = false;
+    mutable bool m_bLastDashes = false;
+    mutable bool m_bLastOverlaps = false; // a line break inside: matches can overlap
     mutable uint32_t m_nLastKey = 0, m_nLastDashKey = 0;
     uint64_t m_nSeed = 0;
     unsigned long m_nLength = 0;

@@ -134,6 +134,12 @@ TEST(MimeIndex, TestMessagesAndShapes) {
         {"boundary with LF", "Content-Type: multipart/mixed; boundary*=''a%0A--a\n\n--a\n--a\n\n"
                              "x\n--a\n--a\n--a\n--a--\n" +
                                  Lines("pad\n", 5000)},
+        // A line break in the boundary lets a match begin inside the one before it: behind a
+        // match that is no delimiter the search goes on after it, past a delimiter inside it.
+        {"boundary with overlapping matches",
+         "Content-Type: multipart/mixed; boundary*=''a%0A--a%0A-\n\n--a\n--a\n-\n\nx\n--a\n--a"
+         "\n--a\n-\nmore\n--a\n--a\n-\n\ny\n--a\n--a\n---\n" +
+             Lines("pad\n", 100)},
         {"boundary with NUL",
          std::string("Content-Type: multipart/mixed; boundary=\"a\0b\"\n\n--a\0b"
                      "\n\nx\n--a\0b--\n",
