@@ -198,10 +198,14 @@ private:
         if (nKind == 1)
             return "Content-Type: message/rfc822" + m_strEol + m_strEol + "Subject: s" + m_strEol +
                    m_strEol + Body("b");
-        static const char* const kBoundaries[] = {"b", "bb", "b-", "b--", "=_b"};
-        const std::string b = kBoundaries[Pick(5)];
-        std::string s =
-            "Content-Type: multipart/mixed; boundary=\"" + b + "\"" + m_strEol + m_strEol + Body(b);
+        // The parameter and the boundary it gives; the last holds line breaks.
+        static const char* const kBoundaries[][2] = {
+            {"=\"b\"", "b"},     {"=\"bb\"", "bb"},   {"=\"b-\"", "b-"},
+            {"=\"b--\"", "b--"}, {"=\"=_b\"", "=_b"}, {"*=''b%0A--b%0A-", "b\n--b\n-"}};
+        const unsigned nBoundary = Pick(6);
+        const std::string b = kBoundaries[nBoundary][1];
+        std::string s = std::string("Content-Type: multipart/mixed; boundary") +
+                        kBoundaries[nBoundary][0] + m_strEol + m_strEol + Body(b);
         const unsigned nParts = Pick(5);
         for (unsigned i = 0; i < nParts; ++i) s += "--" + b + m_strEol + Part(nDepth + 1);
         if (Pick(3) != 0) s += "--" + b + "--" + (Pick(4) == 0 ? " " : "") + m_strEol;
