@@ -455,7 +455,7 @@ bool CQLIMimeStr::DelimiterIndex::Build(CQLIMimeStr& source, unsigned long nMaxT
     return true;
 }
 
-bool CQLIMimeStr::DelimiterIndex::Covers(const std::string& strFind) const {
+bool CQLIMimeStr::DelimiterIndex::Covers(const std::string& strFind) {
     if (strFind == m_strLastFind) return m_bLastCovers;
     m_strLastFind = strFind;
     // A boundary that begins with a line break has no text before the line end to be found
@@ -496,7 +496,7 @@ unsigned long CQLIMimeStr::DelimiterIndex::Test(CQLIMimeStr& source, const std::
 }
 
 unsigned long CQLIMimeStr::DelimiterIndex::Find(CQLIMimeStr& source, const std::string& strFind,
-                                                unsigned long nFrom, unsigned long& nHit) const {
+                                                unsigned long nFrom, unsigned long& nHit) {
     nHit = NOT_FOUND;
     const unsigned long nFind = strFind.size();
     if (nFrom > m_nLength || nFind > m_nLength - nFrom) return NOT_FOUND;
@@ -548,7 +548,7 @@ unsigned long CQLIMimeStr::DelimiterIndex::Find(CQLIMimeStr& source, const std::
 }
 
 std::vector<CQLIMimeStr::DelimiterIndex::Line>::const_iterator
-CQLIMimeStr::DelimiterIndex::LowerBound(uint32_t nKey, unsigned long nFrom) const {
+CQLIMimeStr::DelimiterIndex::LowerBound(uint32_t nKey, unsigned long nFrom) {
     const Line target{nKey, static_cast<uint32_t>(nFrom)};
     Cursor& cursor = m_aCursors[nKey & 15];
     size_t nAt = 0;
@@ -581,7 +581,7 @@ CQLIMimeStr::DelimiterIndex::LowerBound(uint32_t nKey, unsigned long nFrom) cons
 unsigned long CQLIMimeStr::DelimiterIndex::FindOverlapping(CQLIMimeStr& source,
                                                            const std::string& strFind,
                                                            unsigned long nFrom,
-                                                           unsigned long& nHit) const {
+                                                           unsigned long& nHit) {
     // With a line break inside, a match can begin within the one before it, where the direct
     // search, going on behind a match that is no delimiter, does not look: the lines of the
     // key are walked as it walks its matches.

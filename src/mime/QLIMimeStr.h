@@ -103,9 +103,10 @@ protected:
 };
 
 // Lines that begin with "--" and have something behind the dashes, found in one pass over the
-// message and sorted by what follows the dashes up to the line end ("--" at its end taken off),
-// so that the delimiters of one boundary are found without reading what lies between them.
-// Newlines are counted per block of 4096 bytes in the same pass.
+// message and grouped by a key of what follows the dashes up to the line end ("--" at its end
+// taken off), in the order of the message within a group, so that the delimiters of one
+// boundary are found without reading what lies between them. Newlines are counted per block
+// of 4096 bytes in the same pass.
 class CQLIMimeStr::DelimiterIndex {
 public:
     static constexpr unsigned long MIN_LENGTH = 16 << 10; // smaller messages are searched
@@ -115,11 +116,11 @@ public:
     // text behind the dashes is longer than nMaxText bytes are left out.
     bool Build(CQLIMimeStr& source, unsigned long nMaxText);
     // Whether Find answers for this pattern ("\n--" and the boundary).
-    bool Covers(const std::string& strFind) const;
+    bool Covers(const std::string& strFind);
     // FindBoundary without counters, for the pattern that Covers was last asked about; nHit
     // is the raw match of the delimiter found.
     unsigned long Find(CQLIMimeStr& source, const std::string& strFind, unsigned long nFrom,
-                       unsigned long& nHit) const;
+                       unsigned long& nHit);
     // The newlines in [nFrom, nTo).
     unsigned long LineCnt(CQLIMimeStr& source, unsigned long nFrom, unsigned long nTo) const;
 
@@ -144,25 +145,25 @@ private:
 
     uint32_t Key(const char* p, size_t n) const;
     // The first line of the key at or after nFrom.
-    std::vector<Line>::const_iterator LowerBound(uint32_t nKey, unsigned long nFrom) const;
+    std::vector<Line>::const_iterator LowerBound(uint32_t nKey, unsigned long nFrom);
     void Sort(std::vector<Line>& vLines);
     // The delimiter of strFind at nAt as FindBoundary's test takes it, or -1 when strFind
     // does not match there (bMatch false) or the match is no delimiter.
     static unsigned long Test(CQLIMimeStr& source, const std::string& strFind, unsigned long nAt,
                               bool& bMatch);
     unsigned long FindOverlapping(CQLIMimeStr& source, const std::string& strFind,
-                                  unsigned long nFrom, unsigned long& nHit) const;
+                                  unsigned long nFrom, unsigned long& nHit);
 
     std::vector<Line> m_vLines;
     std::vector<uint32_t> m_vLF; // newlines before each LF_BLOCK
-    mutable Cursor m_aCursors[16];
+    Cursor m_aCursors[16];
     // What is worked out once for the pattern asked for last: whether Find answers for it,
     // and the keys its delimiters are found by.
-    mutable std::string m_strLastFind;
-    mutable bool m_bLastCovers = false;
-    mutable bool m_bLastDashes = false;
-    mutable bool m_bLastOverlaps = false; // a line break inside: matches can overlap
-    mutable uint32_t m_nLastKey = 0, m_nLastDashKey = 0;
+    std::string m_strLastFind;
+    bool m_bLastCovers = false;
+    bool m_bLastDashes = false;
+    bool m_bLastOverlaps = false; // a line break inside: matches can overlap
+    uint32_t m_nLastKey = 0, m_nLastDashKey = 0;
     uint64_t m_nSeed = 0;
     unsigned long m_nLength = 0;
     bool m_bFile = false;
