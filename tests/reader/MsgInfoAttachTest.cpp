@@ -21,6 +21,16 @@ std::string Base64Lines(const std::string& strData) {
     return strOut;
 }
 
+// The descriptor of the first record: the body of a message without parts.
+CQLMimeAttachInfo FirstRecord(const std::string& strFormat) {
+    CQLMimeMsgInfo::CQLMimeMsgInfoItem item;
+    item.Set(strFormat.c_str());
+    CQLMimeAttachInfo a;
+    a.m_nStartPos = item.m_nBSO, a.m_nEndPos = item.m_nBEO, a.m_nEncoding = item.m_Encoder;
+    a.m_nLineCnt = item.m_nLineCnt;
+    return a;
+}
+
 std::vector<std::pair<std::string, std::string>> List(CQLMimeMsgInfo& info, bool bCID) {
     std::vector<std::pair<std::string, std::string>> v;
     info.InitAttachCursor();
@@ -162,6 +172,43 @@ TEST(MsgInfoAttach, StreamingAndSizesOfBase64) {
     }
 }
 
+// Lines that are not whole groups carry their rest to the next line of the same block only.
+TEST(MsgInfoAttach, Base64LinesOfAnyLength) {
+    struct Case {
+        std::string strBody;
+        std::string strWant;
+    } cases[] = {
+        {"QUJD\nQUJDR\nUZHSA==", "ABCABCEFGH"},
+        {"QQ==\nQUJD", "AABC"},  // each line stops at its own padding
+        {"QU*J\nD", ""},         // a foreign byte breaks the group of its line
+        {"QUJDQ\nU\nJD", "ABC"}, // short lines keep the rest they were given
+    };
+    for (const Case& c : cases) {
+        for (const auto& [strForm, strMsg] :
+             BothForms("Content-Transfer-Encoding: base64\n\n" + c.strBody + "\n")) {
+            SCOPED_TRACE(strForm + " " + c.strBody);
+            CTempDir dir;
+            const Stored s = Store(dir, strMsg);
+            CQLMimeMsgInfo info(s.strPath, s.strFormat);
+            EXPECT_EQ(Joined(StreamBlocks(info, FirstRecord(s.strFormat), true)), c.strWant);
+        }
+    }
+    // Lines of 77 characters: within a block the rests join, at its end the rest is lost.
+    const std::string strData = PatternBytes(30000);
+    CQLCodecParser codec;
+    const std::string strB64 = codec.EncodeB64(strData, false, true, 76);
+    std::string strBody;
+    for (size_t i = 0; i < strB64.size(); i += 77) strBody += strB64.substr(i, 77) + "\r\n";
+    CTempDir dir;
+    const Stored s = Store(dir, "Content-Transfer-Encoding: base64\r\n\r\n" + strBody);
+    CQLMimeMsgInfo info(s.strPath, s.strFormat);
+    const std::vector<std::string> blocks = StreamBlocks(info, FirstRecord(s.strFormat), true);
+    ASSERT_GE(blocks.size(), 2u);
+    // 130 lines of 79 bytes make the first block: 10010 characters, 2502 whole groups.
+    EXPECT_EQ(blocks[0], strData.substr(0, 2502 * 3));
+    EXPECT_NE(Joined(blocks), strData);
+}
+
 TEST(MsgInfoAttach, SizesFromTheTailAndReadThrough) {
     struct Case {
         std::string strMsg;
@@ -183,11 +230,7 @@ TEST(MsgInfoAttach, SizesFromTheTailAndReadThrough) {
         SCOPED_TRACE(c.strMsg);
         const Stored s = Store(dir, c.strMsg);
         CQLMimeMsgInfo info(s.strPath, s.strFormat);
-        CQLMimeMsgInfo::CQLMimeMsgInfoItem item;
-        item.Set(s.strFormat.c_str());
-        CQLMimeAttachInfo a;
-        a.m_nStartPos = item.m_nBSO, a.m_nEndPos = item.m_nBEO, a.m_nEncoding = item.m_Encoder;
-        a.m_nLineCnt = item.m_nLineCnt;
+        const CQLMimeAttachInfo a = FirstRecord(s.strFormat);
         // Reading through ends the stream that was open.
         ASSERT_TRUE(info.OpenAttach(a));
         EXPECT_EQ(info.GetAttachContentSize(a, true), c.nSize);
