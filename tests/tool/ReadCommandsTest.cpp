@@ -11,9 +11,9 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 #include <sys/stat.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 namespace fs = std::filesystem;
 
@@ -24,17 +24,6 @@ struct Ran {
     std::string strOut;
     std::string strErr;
 };
-
-std::string Quote(const std::string& strArg) {
-    std::string strOut = "'";
-    for (char c : strArg) strOut += c == '\'' ? std::string("'\\''") : std::string(1, c);
-    return strOut + "'";
-}
-
-std::string ToolPath() {
-    const char* pszTool = std::getenv("QLMAIL_TOOL");
-    return pszTool ? pszTool : QLMAIL_TOOL_PATH;
-}
 
 // A shell command, its standard input empty, its output and error kept apart.
 Ran Shell(const std::string& strCmd) {
@@ -52,31 +41,31 @@ Ran Shell(const std::string& strCmd) {
     return r;
 }
 
+std::string Quote(const std::string& strArg) {
+    std::string strOut = "'";
+    for (char c : strArg) strOut += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    return strOut + "'";
+}
+
+// The tool with these arguments, quoted for the shell.
 std::string Command(const std::vector<std::string>& vArgs) {
-    std::string strCmd = Quote(ToolPath());
+    const char* pszTool = std::getenv("QLMAIL_TOOL");
+    std::string strCmd = Quote(pszTool ? pszTool : QLMAIL_TOOL_PATH);
     for (const std::string& strArg : vArgs) strCmd += " " + Quote(strArg);
     return strCmd;
 }
 
-// The tool with these arguments; strShell goes before it (limits, traps, redirections).
+// strShell goes before the tool: limits, traps, redirections.
 Ran Tool(const std::vector<std::string>& vArgs, const std::string& strShell = "") {
     return Shell(strShell + Command(vArgs));
 }
 
-// A failure or bad usage: the exit code and one line on standard error, nothing else.
-void ExpectOneLine(const Ran& r, int nExit, const std::string& strWhat) {
-    EXPECT_EQ(r.nExit, nExit) << strWhat << ": " << r.strErr;
-    EXPECT_EQ(std::count(r.strErr.begin(), r.strErr.end(), '\n'), 1) << strWhat << ": " << r.strErr;
-    EXPECT_EQ(r.strErr.rfind("qlmail: ", 0), 0u) << strWhat << ": " << r.strErr;
-}
-
-// Base64 in lines of 76 characters, LF-ended like the rest of the message text.
-std::string Base64Lines(const std::string& strData) {
-    CQLCodecParser codec;
-    std::string strOut;
-    for (char c : codec.EncodeB64(strData, true, true, 76))
-        if (c != '\r') strOut += c;
-    return strOut;
+// A failure or bad usage: the exit code and one line on standard error that says strWhy.
+void ExpectFailure(const Ran& r, int nExit, const std::string& strWhy) {
+    EXPECT_EQ(r.nExit, nExit) << strWhy << ": " << r.strErr;
+    EXPECT_EQ(std::count(r.strErr.begin(), r.strErr.end(), '\n'), 1) << strWhy << ": " << r.strErr;
+    EXPECT_EQ(r.strErr.rfind("qlmail: ", 0), 0u) << r.strErr;
+    EXPECT_NE(r.strErr.find(strWhy), std::string::npos) << strWhy << ": " << r.strErr;
 }
 
 // Bytes of every value, so that a decoder that drops or mangles any of them shows.
@@ -86,47 +75,33 @@ std::string Binary(size_t nLen) {
     return s;
 }
 
-const char kKoreanUtf8[] = "\xEC\x95\x88\xEB\x85\x95"; // "annyeong" in Hangul
+// Base64 in lines of 76 characters, LF-ended like the rest of the message text.
+std::string Base64Lines(const std::string& strData) {
+    std::string strOut;
+    for (char c : CQLCodecParser().EncodeB64(strData, true, true, 76))
+        if (c != '\r') strOut += c;
+    return strOut;
+}
 
 // A message with LF line ends: plain (EUC-KR, quoted-printable) and html in an alternative,
 // a named binary attachment of nBinary bytes, an inline picture and a named text part.
 std::string Message(size_t nBinary) {
     return "From: =?EUC-KR?B?sei/tcjx?= <younghee@example.kr>\n"
-           "To: team@example.kr\n"
            "Subject: =?UTF-8?B?Y2Fmw6kg4pyT?=\n"
-           "Content-Type: multipart/mixed; boundary=\"XX\"\n"
-           "\n"
-           "--XX\n"
-           "Content-Type: multipart/alternative; boundary=\"YY\"\n"
-           "\n"
-           "--YY\n"
-           "Content-Type: text/plain; charset=euc-kr\n"
-           "Content-Transfer-Encoding: quoted-printable\n"
-           "\n"
-           "=BE=C8=B3=E7 caf=\n"
-           "e\n"
-           "--YY\n"
-           "Content-Type: text/html; charset=utf-8\n"
-           "\n"
-           "<p>caf\xC3\xA9</p>\n"
+           "Content-Type: multipart/mixed; boundary=\"XX\"\n\n"
+           "--XX\nContent-Type: multipart/alternative; boundary=\"YY\"\n\n"
+           "--YY\nContent-Type: text/plain; charset=euc-kr\n"
+           "Content-Transfer-Encoding: quoted-printable\n\n"
+           "=BE=C8=B3=E7 caf=\ne\n"
+           "--YY\nContent-Type: text/html; charset=utf-8\n\n<p>caf\xC3\xA9</p>\n"
            "--YY--\n"
-           "--XX\n"
-           "Content-Type: application/octet-stream; name=\"a/b:c.bin\"\n"
+           "--XX\nContent-Type: application/octet-stream; name=\"a/b:c.bin\"\n"
            "Content-Transfer-Encoding: base64\n"
-           "Content-Disposition: attachment; filename=\"a/b:c.bin\"\n"
-           "\n" +
+           "Content-Disposition: attachment; filename=\"a/b:c.bin\"\n\n" +
            Base64Lines(Binary(nBinary)) +
-           "\n"
-           "--XX\n"
-           "Content-Type: image/png; name=\"dot.png\"\n"
-           "Content-ID: <dot@x>\n"
-           "Content-Transfer-Encoding: base64\n"
-           "\n"
-           "iVBORw0KGgo=\n"
-           "--XX\n"
-           "Content-Type: text/plain; name=\"note.txt\"\n"
-           "\n"
-           "a note\n"
+           "\n--XX\nContent-Type: image/png; name=\"dot.png\"\nContent-ID: <dot@x>\n"
+           "Content-Transfer-Encoding: base64\n\niVBORw0KGgo=\n"
+           "--XX\nContent-Type: text/plain; name=\"note.txt\"\n\na note\n"
            "--XX--\n";
 }
 
@@ -136,19 +111,13 @@ std::string FormatOf(const std::string& strPath) {
     return msg.GetFormat();
 }
 
-bool EndsWith(const std::string& strText, const std::string& strEnd) {
-    return strText.size() >= strEnd.size() &&
-           strText.compare(strText.size() - strEnd.size(), strEnd.size(), strEnd) == 0;
-}
-
 void WriteFile(const std::string& strPath, const std::string& strBytes) {
     std::ofstream(strPath, std::ios::binary) << strBytes;
 }
 
-// Moves the file's times by nSeconds.
+// Moves the file's modification time by nSeconds.
 void Age(const std::string& strPath, int nSeconds) {
-    const fs::file_time_type t = fs::last_write_time(strPath);
-    fs::last_write_time(strPath, t + std::chrono::seconds(nSeconds));
+    fs::last_write_time(strPath, fs::last_write_time(strPath) + std::chrono::seconds(nSeconds));
 }
 
 std::vector<std::string> Listing(const std::string& strDir) {
@@ -159,6 +128,19 @@ std::vector<std::string> Listing(const std::string& strDir) {
     return v;
 }
 
+std::vector<std::string> SortedLines(const std::string& strText) {
+    std::vector<std::string> v;
+    std::istringstream in(strText);
+    for (std::string strLine; std::getline(in, strLine);) v.push_back(strLine);
+    std::sort(v.begin(), v.end());
+    return v;
+}
+
+// The summary's counts, without the figures of time and speed.
+std::string Counts(const Ran& r) {
+    return r.strOut.substr(0, r.strOut.find(';'));
+}
+
 } // namespace
 
 TEST(ToolRead, HeaderTextAndAttachmentsInBothLineEnds) {
@@ -167,8 +149,7 @@ TEST(ToolRead, HeaderTextAndAttachmentsInBothLineEnds) {
         CTempDir dir;
         const std::string strPath = dir.Path("m.eml");
         WriteFile(strPath, form.second);
-        const std::string strFormat = FormatOf(strPath);
-        CQLMimeMsgInfo info(strPath, strFormat);
+        CQLMimeMsgInfo info(strPath, FormatOf(strPath));
         std::string strHeader;
         ASSERT_TRUE(info.GetHeader(strHeader, ""));
 
@@ -179,26 +160,23 @@ TEST(ToolRead, HeaderTextAndAttachmentsInBothLineEnds) {
         EXPECT_EQ(Tool({"header", "--decode", strPath, "From", "--to", "EUC-KR"}).strOut,
                   "\xB1\xE8\xBF\xB5\xC8\xF1 <younghee@example.kr>\n");
 
-        // A body ends before the LF that precedes a delimiter, behind a CR LF.
-        const std::string strEol = form.first == "LF" ? "" : "\r\n";
-        Ran text = Tool({"text", strPath});
-        EXPECT_EQ(text.nExit, 0) << text.strErr;
-        EXPECT_EQ(text.strOut.substr(0, 11), std::string(kKoreanUtf8) + " cafe");
+        EXPECT_EQ(Tool({"text", strPath}).strOut.substr(0, 11), "\xEC\x95\x88\xEB\x85\x95 cafe");
         EXPECT_EQ(Tool({"text", strPath, "--to", "EUC-KR"}).strOut.substr(0, 4),
                   "\xBE\xC8\xB3\xE7");
-        // Undecoded, the escapes stay; forced, the bytes are read as another charset.
         EXPECT_EQ(Tool({"text", strPath, "--raw"}).strOut.substr(0, 12), "=BE=C8=B3=E7");
         EXPECT_EQ(Tool({"text", strPath, "--force-charset", "ISO-8859-1"}).strOut.substr(0, 8),
                   "\xC2\xBE\xC3\x88\xC2\xB3\xC3\xA7");
-        EXPECT_EQ(Tool({"text", "--html", strPath}).strOut, "<p>caf\xC3\xA9</p>" + strEol);
+        // A body ends before the LF that precedes a delimiter, behind a CR LF.
+        EXPECT_EQ(Tool({"text", "--html", strPath}).strOut,
+                  std::string("<p>caf\xC3\xA9</p>") + (form.first == "LF" ? "" : "\r\n"));
 
-        Ran list = Tool({"attachments", strPath});
-        EXPECT_EQ(list.strOut, "# part\ttype\tencoding\tsize\tfilename\n"
-                               "2.\tapplication/octet-stream\tbase64\t3001\ta_b_c.bin\n"
-                               "4.\ttext/plain\t7bit\t8\tnote.txt\n");
+        EXPECT_EQ(Tool({"attachments", strPath}).strOut,
+                  "# part\ttype\tencoding\tsize\tfilename\n"
+                  "2.\tapplication/octet-stream\tbase64\t3001\ta_b_c.bin\n"
+                  "4.\ttext/plain\t7bit\t8\tnote.txt\n");
         EXPECT_EQ(Tool({"attachments", "--inline", "--json", strPath}).strOut,
-                  "{\"file\": \"" + strPath + "\"" +
-                      ", \"inline\": [\n  {\"number\": \"3.\", \"type\": \"image\", "
+                  "{\"file\": \"" + strPath +
+                      "\", \"inline\": [\n  {\"number\": \"3.\", \"type\": \"image\", "
                       "\"subtype\": \"unknown\", \"encoding\": \"base64\", \"size\": 8, "
                       "\"cid\": \"<dot@x>\"}\n]}\n");
         // Nothing is written beside a message read without its format string.
@@ -213,8 +191,7 @@ TEST(ToolRead, FormatStringBesideGivenOrParsed) {
     const std::string strHeader = Tool({"header", strPath}).strOut;
     ASSERT_GT(strHeader.size(), 100u);
     // A string whose header block ends early tells which string was read.
-    const std::string strShort = SetField(FormatOf(strPath), 0, 1, "10");
-    WriteFile(strPath + ".fmt", strShort);
+    WriteFile(strPath + ".fmt", SetField(FormatOf(strPath), 0, 1, "10"));
     EXPECT_EQ(Tool({"header", strPath}).strOut, strHeader.substr(0, 10));
     // Older than the message, it belongs to an earlier form of it and is passed over.
     Age(strPath + ".fmt", -60);
@@ -223,20 +200,18 @@ TEST(ToolRead, FormatStringBesideGivenOrParsed) {
               strHeader.substr(0, 10));
 
     WriteFile(dir.Path("no-record"), "0,10,");
-    for (const std::string& strFormat : {dir.Path("missing"), dir.Path("no-record"), dir.Dir()})
-        ExpectOneLine(Tool({"text", strPath, "--format", strFormat}), 1, strFormat);
+    ExpectFailure(Tool({"text", strPath, "--format", dir.Path("none")}), 1, "none: No such file");
+    ExpectFailure(Tool({"text", strPath, "--format", dir.Dir()}), 1, ": Is a directory");
+    ExpectFailure(Tool({"text", strPath, "--format", dir.Path("no-record")}), 1,
+                  "no-record: not a format string");
     WriteFile(strPath + ".fmt", "not a format string");
-    ExpectOneLine(Tool({"attachments", strPath}), 1, "current .fmt without a record");
-    for (const std::vector<std::string>& vArgs :
-         std::vector<std::vector<std::string>>{{"header", dir.Path("absent.eml")},
-                                               {"text", dir.Path("absent.eml")},
-                                               {"attachments", dir.Dir()},
-                                               {"extract", dir.Path("absent.eml"), "1"}})
-        ExpectOneLine(Tool(vArgs), 1, vArgs[0]);
+    ExpectFailure(Tool({"attachments", strPath}), 1, "m.eml.fmt: not a format string");
+    ExpectFailure(Tool({"header", dir.Path("x.eml")}), 1, "x.eml: No such file or directory");
+    ExpectFailure(Tool({"extract", dir.Dir(), "1"}), 1, ": not a regular file");
 }
 
 TEST(ToolRead, ExtractGivesTheDecodedPart) {
-    mode_t nUmask = umask(0);
+    const mode_t nUmask = umask(0);
     umask(nUmask);
     // Padded with "==", with "=", none; the last runs over many blocks of the stream.
     for (size_t nBinary : {30001u, 30002u, 30000u, 200000u}) {
@@ -261,7 +236,6 @@ TEST(ToolRead, ExtractGivesTheDecodedPart) {
                 ASSERT_TRUE(msg[4]->GetBody(strBody, true));
                 EXPECT_EQ(strBody, strBinary);
             }
-
             // Any part by number, written through a temporary over an older file.
             const std::string strOut = dir.Path("out");
             WriteFile(strOut, "older");
@@ -270,7 +244,7 @@ TEST(ToolRead, ExtractGivesTheDecodedPart) {
                      {"1.1", "\xBE\xC8\xB3\xE7 cafe\r\n"},
                      {"3", std::string("\x89PNG\r\n\x1A\n", 8)},
                      {"4.", "a note\r\n"}}) {
-                Ran r = Tool({"extract", strPath, part.first, "-o", strOut});
+                const Ran r = Tool({"extract", strPath, part.first, "-o", strOut});
                 EXPECT_EQ(r.nExit, 0) << r.strErr;
                 EXPECT_EQ(r.strOut + r.strErr, "");
                 EXPECT_EQ(CTempDir::ReadAll(strOut), part.second) << part.first;
@@ -290,80 +264,85 @@ TEST(ToolRead, FailedExtractLeavesNoFile) {
     const std::string strFormat = dir.Path("m.format");
     WriteFile(strFormat, FormatOf(strPath));
     // A copy shortened after its format string was written.
-    const std::string strShort = dir.Path("short.eml");
-    WriteFile(strShort, strMessage.substr(0, strMessage.size() / 2));
+    WriteFile(dir.Path("short.eml"), strMessage.substr(0, strMessage.size() / 2));
     fs::create_directory(dir.Path("folder"));
     const std::string strOut = dir.Path("out");
     const std::vector<std::string> vBefore = Listing(dir.Dir());
 
     struct Case {
-        const char* pszWhat;
+        std::string strShell; // before the tool
+        std::string strWhy;
         std::vector<std::string> vArgs;
-        std::string strShell;
     };
     for (const Case& c : std::vector<Case>{
-             {"no such part", {strPath, "5.", "-o", strOut}, ""},
-             {"not a number", {strPath, "2.x", "-o", strOut}, ""},
-             {"empty number", {strPath, "1..2", "-o", strOut}, ""},
-             {"file shorter than its format",
-              {strShort, "2", "--format", strFormat, "-o", strOut},
-              ""},
-             {"target is a folder", {strPath, "2", "-o", dir.Path("folder")}, ""},
-             {"target folder missing", {strPath, "2", "-o", dir.Path("none/out")}, ""},
-             {"write fails", {strPath, "2", "-o", strOut}, "trap '' XFSZ; ulimit -f 8; "},
-             {"standard output fails", {strPath, "2"}, "exec >/dev/full; "}}) {
+             {"", "m.eml: no part 9.", {strPath, "9", "-o", strOut}},
+             {"", "bad part number '.1'", {strPath, ".1", "-o", strOut}},
+             {"", "bad part number '1..2'", {strPath, "1..2", "-o", strOut}},
+             {"",
+              "attach is empty",
+              {dir.Path("short.eml"), "2", "--format", strFormat, "-o", strOut}},
+             {"", "folder: Is a directory", {strPath, "2", "-o", dir.Path("folder")}},
+             {"", "none/out: No such file", {strPath, "2", "-o", dir.Path("none/out")}},
+             {"trap '' XFSZ; ulimit -f 8; ", "out: File too large", {strPath, "2", "-o", strOut}},
+             {"exec >/dev/full; ", "cannot write the output", {strPath, "2"}}}) {
         std::vector<std::string> vArgs{"extract"};
         vArgs.insert(vArgs.end(), c.vArgs.begin(), c.vArgs.end());
-        ExpectOneLine(Tool(vArgs, c.strShell), 1, c.pszWhat);
-        EXPECT_EQ(Listing(dir.Dir()), vBefore) << c.pszWhat;
+        ExpectFailure(Tool(vArgs, c.strShell), 1, c.strWhy);
+        EXPECT_EQ(Listing(dir.Dir()), vBefore) << c.strWhy;
     }
 }
 
-namespace {
-
-// The summary's counts, without the figures of time and speed.
-std::string Counts(const Ran& r) {
-    return r.strOut.substr(0, r.strOut.find(';'));
+TEST(ToolRead, BadUsageIsExitTwo) {
+    const std::string f = "/nonexistent.eml";
+    for (const std::vector<std::string>& vArgs :
+         std::vector<std::vector<std::string>>{{"header"},
+                                               {"header", f, "Subject", "To"},
+                                               {"header", f, "--decode"},
+                                               {"header", f, "Subject", "--to", "UTF-8"},
+                                               {"text", f, "--bogus"},
+                                               {"text", f, "--to"},
+                                               {"text", f, "--to", "NO-SUCH-CHARSET"},
+                                               {"text", f, "--to="},
+                                               {"text", f, "--default-charset", "NO-SUCH-CHARSET"},
+                                               {"attachments", f, f},
+                                               {"extract", f},
+                                               {"extract", f, "2", "-o", ""},
+                                               {"index"},
+                                               {"index", "--jobs", "0", f},
+                                               {"index", "--jobs", "2x", f},
+                                               {"index", "--jobs", "257", f}})
+        ExpectFailure(Tool(vArgs), 2, "(try --help)");
+    // Behind "--" an option's name is a file name.
+    ExpectFailure(Tool({"text", "--", "--html"}), 1, "--html: No such file");
+    const std::string strHelp = Tool({"--help"}).strOut;
+    for (const char* pszCmd : {"header", "text", "attachments", "extract", "index"})
+        EXPECT_NE(strHelp.find(std::string("\n  ") + pszCmd + " "), std::string::npos) << pszCmd;
 }
-
-// A folder of messages to index, with what a walk must leave alone; the messages' paths.
-std::vector<std::string> MakeStore(const CTempDir& dir) {
-    std::vector<std::string> vMessages;
-    fs::create_directories(dir.Path("a/b"));
-    for (int i = 0; i < 24; ++i) {
-        const std::string strPath = dir.Path(i % 3 == 0   ? "a/b/"
-                                             : i % 3 == 1 ? "a/"
-                                                          : "") +
-                                    std::to_string(i) + ".eml";
-        const std::string strLF = Message(static_cast<size_t>(i) * 997);
-        WriteFile(strPath, i % 2 ? strLF : ToCRLF(strLF));
-        vMessages.push_back(strPath);
-    }
-    fs::create_directories(dir.Path(".hidden"));
-    WriteFile(dir.Path(".hidden/h.eml"), Message(1));
-    WriteFile(dir.Path(".h.eml"), Message(1));
-    WriteFile(dir.Path("a/.x.eml.qlmail-1-1"), "a temporary of an earlier run");
-    WriteFile(dir.Path("orphan.fmt"), "a format string without its message");
-    fs::create_symlink(vMessages[0], dir.Path("a/link.eml"));
-    fs::create_directory_symlink(dir.Path("a"), dir.Path("a/b/loop"));
-    EXPECT_EQ(mkfifo(dir.Path("a/fifo").c_str(), 0600), 0);
-    std::sort(vMessages.begin(), vMessages.end());
-    return vMessages;
-}
-
-} // namespace
 
 TEST(ToolIndex, WritesCurrentFormatStringsOnAnyNumberOfThreads) {
     for (const char* pszJobs : {"1", "4"}) {
         SCOPED_TRACE(pszJobs);
         CTempDir dir;
-        const std::vector<std::string> vMessages = MakeStore(dir);
+        std::vector<std::string> vMessages;
+        fs::create_directories(dir.Path("a/b"));
+        for (int i = 0; i < 24; ++i) {
+            vMessages.push_back(dir.Path(i % 3 ? "a/" : "a/b/") + std::to_string(i) + ".eml");
+            WriteFile(vMessages.back(), i % 2 ? Message(i * 997) : ToCRLF(Message(i * 997)));
+        }
+        // What a walk leaves alone: hidden entries, temporaries, links, special files.
+        fs::create_directories(dir.Path(".hidden"));
+        WriteFile(dir.Path(".hidden/h.eml"), Message(1));
+        WriteFile(dir.Path("a/.x.eml.fmt.qlmail-1-1"), "a temporary of an earlier run");
+        WriteFile(dir.Path("orphan.fmt"), "a format string without its message");
+        fs::create_symlink(vMessages[0], dir.Path("a/link.eml"));
+        fs::create_directory_symlink(dir.Path("a"), dir.Path("a/b/loop"));
+        ASSERT_EQ(mkfifo(dir.Path("a/fifo").c_str(), 0600), 0);
         std::vector<std::string> vExpected = Listing(dir.Dir());
         for (const std::string& strPath : vMessages)
             vExpected.push_back(fs::relative(strPath + ".fmt", dir.Dir()).string());
         std::sort(vExpected.begin(), vExpected.end());
 
-        Ran r = Tool({"index", "--jobs", pszJobs, dir.Dir()});
+        const Ran r = Tool({"index", "--jobs", pszJobs, dir.Dir()});
         EXPECT_EQ(r.nExit, 0);
         // Not on a terminal: no progress, and nothing failed.
         EXPECT_EQ(r.strErr, "");
@@ -381,11 +360,19 @@ TEST(ToolIndex, WritesCurrentFormatStringsOnAnyNumberOfThreads) {
         EXPECT_EQ(Counts(Tool({"index", dir.Dir()})), "indexed 1, skipped 23, failed 0");
         EXPECT_EQ(CTempDir::ReadAll(vMessages[5] + ".fmt"), FormatOf(vMessages[5]));
         // An empty one, as a crash may leave before its bytes reached the disk, is no index.
+        // Named format strings and temporaries are no messages.
         WriteFile(vMessages[6] + ".fmt", "");
-        EXPECT_EQ(Counts(Tool({"index", vMessages[6], vMessages[7]})),
+        EXPECT_EQ(Counts(Tool({"index", vMessages[6], vMessages[7], dir.Path("orphan.fmt"),
+                               dir.Path("a/.x.eml.fmt.qlmail-1-1")})),
                   "indexed 1, skipped 1, failed 0");
         EXPECT_EQ(Counts(Tool({"index", "--force", dir.Dir()})), "indexed 24, skipped 0, failed 0");
         EXPECT_EQ(Listing(dir.Dir()), vExpected);
+        // On a terminal, the progress line is drawn on standard error and cleared.
+        if (std::system("script --version >/dev/null 2>&1") == 0) {
+            const Ran tty =
+                Shell("script -qec \"" + Command({"index", dir.Dir()}) + "\" /dev/null");
+            EXPECT_NE(tty.strOut.find("\r\033[K"), std::string::npos) << tty.strOut;
+        }
     }
 }
 
@@ -410,29 +397,17 @@ TEST(ToolIndex, FailuresAreNamedAndTheRestIsIndexed) {
     WriteFile(dir.Path("many.eml"), strMany + "--b--\n");
     WriteFile(dir.Path("blocked.eml"), Message(10));
     fs::create_directory(dir.Path("blocked.eml.fmt"));
-    Ran r = Tool({"index", dir.Dir(), dir.Path("missing.eml")});
+    const Ran r = Tool({"index", dir.Dir(), dir.Path("missing.eml")});
     EXPECT_EQ(r.nExit, 1);
     EXPECT_EQ(Counts(r), "indexed 1, skipped 0, failed 3");
-    EXPECT_EQ(std::count(r.strErr.begin(), r.strErr.end(), '\n'), 3) << r.strErr;
-    for (const std::string& strLine :
-         {"qlmail: " + dir.Path("many.eml") + ": In Open(), stack overflow.\n",
-          "qlmail: " + dir.Path("blocked.eml.fmt") + ": Is a directory\n",
-          "qlmail: " + dir.Path("missing.eml") + ": No such file or directory\n"})
-        EXPECT_NE(r.strErr.find(strLine), std::string::npos) << strLine << r.strErr;
+    EXPECT_EQ(SortedLines(r.strErr),
+              (std::vector<std::string>{
+                  "qlmail: " + dir.Path("blocked.eml.fmt") + ": Is a directory",
+                  "qlmail: " + dir.Path("many.eml") + ": In Open(), stack overflow.",
+                  "qlmail: " + dir.Path("missing.eml") + ": No such file or directory"}));
     EXPECT_EQ(Listing(dir.Dir()),
               (std::vector<std::string>{"blocked.eml", "blocked.eml.fmt", "good.eml",
                                         "good.eml.fmt", "many.eml"}));
-}
-
-TEST(ToolIndex, ProgressOnlyOnATerminal) {
-    if (std::system("script --version >/dev/null 2>&1") != 0)
-        GTEST_SKIP() << "no script(1) to give the tool a terminal";
-    CTempDir dir;
-    MakeStore(dir);
-    // The whole session, standard error included, goes to the pipe through the terminal.
-    Ran r = Shell("script -qec " + Quote(Command({"index", dir.Dir()})) + " /dev/null");
-    EXPECT_NE(r.strOut.find("\r\033[K"), std::string::npos) << r.strOut;
-    EXPECT_NE(r.strOut.find("indexed 24, skipped 0, failed 0;"), std::string::npos) << r.strOut;
 }
 
 TEST(ToolIndex, AnInterruptedRunLeavesNoHalfFile) {
@@ -442,15 +417,15 @@ TEST(ToolIndex, AnInterruptedRunLeavesNoHalfFile) {
         WriteFile(dir.Path("m/" + std::to_string(i)), ToCRLF(Message(20000 + i)));
     // Stopped as soon as it has written its first format string, and a little later; on a
     // fast machine perhaps not at all.
-    const std::string strDir = Quote(dir.Path("m"));
     for (const char* pszDelay : {"0", "0.1"}) {
         for (const auto& e : fs::directory_iterator(dir.Path("m")))
             if (e.path().extension() == ".fmt") fs::remove(e.path());
-        Ran r = Shell(Command({"index", "--jobs", "2", dir.Path("m")}) +
-                      " & pid=$!; while kill -0 $pid 2>/dev/null && ! ls " + strDir +
-                      " | grep -q fmt; do sleep 0.01; done; sleep " + pszDelay +
-                      "; kill -TERM $pid 2>/dev/null; wait $pid; echo $?");
-        EXPECT_TRUE(EndsWith(r.strOut, "\n1\n") || EndsWith(r.strOut, "\n0\n")) << r.strOut;
+        const Ran r = Shell(Command({"index", "--jobs", "2", dir.Path("m")}) +
+                            " & pid=$!; while kill -0 $pid 2>/dev/null && ! ls '" + dir.Path("m") +
+                            "' | grep -q fmt; do sleep 0.01; done; sleep " + pszDelay +
+                            "; kill -TERM $pid 2>/dev/null; wait $pid; echo $?");
+        const std::string strExit = r.strOut.substr(r.strOut.rfind('\n', r.strOut.size() - 2) + 1);
+        EXPECT_TRUE(strExit == "1\n" || strExit == "0\n") << r.strOut;
         for (const auto& e : fs::directory_iterator(dir.Path("m"))) {
             const fs::path& path = e.path();
             EXPECT_EQ(path.filename().string().find(".qlmail-"), std::string::npos) << path;
@@ -461,39 +436,7 @@ TEST(ToolIndex, AnInterruptedRunLeavesNoHalfFile) {
     }
 }
 
-TEST(ToolRead, BadUsageIsExitTwo) {
-    CTempDir dir;
-    const std::string strPath = dir.Path("m.eml");
-    WriteFile(strPath, Message(10));
-    for (const std::vector<std::string>& vArgs : std::vector<std::vector<std::string>>{
-             {"header"},
-             {"header", strPath, "Subject", "To"},
-             {"header", strPath, "--decode"},
-             {"header", strPath, "Subject", "--to", "UTF-8"},
-             {"text"},
-             {"text", strPath, "--bogus"},
-             {"text", strPath, "--to"},
-             {"text", strPath, "--to", "NO-SUCH-CHARSET"},
-             {"text", strPath, "--to="},
-             {"text", strPath, "--default-charset", "NO-SUCH-CHARSET"},
-             {"attachments", strPath, strPath},
-             {"extract", strPath},
-             {"extract", strPath, "2", "-o"},
-             {"extract", strPath, "2", "-o", ""},
-             {"index"},
-             {"index", "--jobs", "0", strPath},
-             {"index", "--jobs", "2x", strPath},
-             {"index", "--jobs", "257", strPath},
-             {"index", "--quick", strPath}})
-        ExpectOneLine(Tool(vArgs), 2, vArgs.back());
-    // Options after "--" are operands.
-    EXPECT_EQ(Tool({"text", "--", "--html"}).nExit, 1);
-    const std::string strHelp = Tool({"--help"}).strOut;
-    for (const char* pszCmd : {"header", "text", "attachments", "extract", "index"})
-        EXPECT_NE(strHelp.find(std::string("\n  ") + pszCmd + " "), std::string::npos) << pszCmd;
-}
-
-TEST(ToolIndex, PublicCorpusIndexedAndExtractedAsTheLibraryReadsIt) {
+TEST(ToolIndex, PublicCorpusIndexedAsTheLibraryParsesIt) {
     const fs::path corpus(QLMAIL_CORPUS_DIR);
     if (!fs::is_directory(corpus))
         GTEST_SKIP() << "no corpus at " << corpus << "; the real-mail run needs it";
@@ -501,41 +444,20 @@ TEST(ToolIndex, PublicCorpusIndexedAndExtractedAsTheLibraryReadsIt) {
     CTempDir dir;
     fs::copy(corpus, dir.Path("c"), fs::copy_options::recursive);
     const Ran r = Tool({"index", "--jobs", "2", dir.Path("c")});
-    size_t nMessages = 0, nFailed = 0, nExtracted = 0;
+    size_t nMessages = 0, nFailed = 0;
     for (const auto& e : fs::recursive_directory_iterator(dir.Path("c"))) {
         const std::string strPath = e.path().string();
         if (!e.is_regular_file() || e.path().extension() == ".fmt") continue;
-        SCOPED_TRACE(strPath);
         ++nMessages;
         CQLMimeMsg msg;
-        if (!msg.Open(strPath, true)) {
+        if (msg.Open(strPath, true)) {
+            EXPECT_EQ(CTempDir::ReadAll(strPath + ".fmt"), msg.GetFormat()) << strPath;
+        } else {
             ++nFailed;
-            EXPECT_NE(r.strErr.find(strPath + ": " + msg.GetLastError() + "\n"), std::string::npos);
-            EXPECT_FALSE(fs::exists(strPath + ".fmt"));
-            continue;
-        }
-        EXPECT_EQ(CTempDir::ReadAll(strPath + ".fmt"), msg.GetFormat());
-        const std::string strBytes = CTempDir::ReadAll(strPath);
-        if (strBytes.find("\r\n") == std::string::npos ||
-            strBytes.find("\n") < strBytes.find("\r\n"))
-            continue;
-        // Base64 leaves of CR LF files stream out as the tree decodes them.
-        for (CQLMimeMsg* pPart : msg) {
-            if (pPart->m_Encoder != CQLMimeConst::ENCODER_BASE64 ||
-                pPart->m_CT == CQLMimeConst::MULTIPART || pPart->m_CT == CQLMimeConst::MESSAGE)
-                continue;
-            std::string strBody;
-            pPart->GetBody(strBody, true);
-            EXPECT_EQ(
-                Tool({"extract", strPath, pPart->m_strDepth.empty() ? "top" : pPart->m_strDepth})
-                    .strOut,
-                strBody)
-                << pPart->m_strDepth;
-            ++nExtracted;
+            EXPECT_NE(r.strErr.find(strPath + ": " + msg.GetLastError()), std::string::npos);
         }
     }
-    EXPECT_EQ(r.nExit, nFailed == 0 ? 0 : 1);
+    EXPECT_EQ(r.nExit, nFailed ? 1 : 0) << r.strErr;
     EXPECT_EQ(Counts(r), "indexed " + std::to_string(nMessages - nFailed) + ", skipped 0, failed " +
                              std::to_string(nFailed));
-    EXPECT_GT(nExtracted, 20u);
 }
