@@ -56,6 +56,11 @@ TEST(MsgInfoHeader, RawBlockAndValues) {
         EXPECT_FALSE(info.GetHeader(strOut, ""));
         EXPECT_EQ(info.GetLastError().rfind("In CQLMimeMsgInfo::GetHeader, In Open(", 0), 0u)
             << info.GetLastError();
+        // A path that has become a directory opens, and fails at the read.
+        std::filesystem::create_directory(s.strPath);
+        EXPECT_FALSE(info.GetHeader(strOut, ""));
+        EXPECT_EQ(info.GetLastError().rfind("In CQLMimeMsgInfo::GetHeader, In Read(", 0), 0u)
+            << info.GetLastError();
     }
 }
 
