@@ -144,11 +144,15 @@ TEST(MsgInfoRecord, DamagedAndStaleFormatStrings) {
 
     // The file shortened, replaced by other bytes, and deleted after the string was written.
     const std::string strPath = dir.MakeFile(strMsg);
-    for (const std::string& strNow : {strMsg.substr(0, 70), std::string("x"), std::string()}) {
+    for (const std::string& strNow : {strMsg.substr(0, 70), std::string(), std::string("x")}) {
         SCOPED_TRACE(strNow);
         std::ofstream(strPath, std::ios::binary | std::ios::trunc) << strNow;
         exercise(strPath, s.strFormat);
     }
+    CQLMimeMsgInfo info(strPath, s.strFormat);
+    std::string strOut;
+    EXPECT_TRUE(info.GetHeader(strOut, ""));
+    EXPECT_EQ(strOut, "x");
     std::filesystem::remove(strPath);
     exercise(strPath, s.strFormat);
 }
