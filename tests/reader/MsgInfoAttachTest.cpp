@@ -64,7 +64,7 @@ TEST(MsgInfoAttach, AttachmentsAgainstInlineImages) {
         Part("Content-Type: image/png; name=k.png\nContent-ID: <k@x>\n"
              "Content-Disposition: ATTACHMENT; filename=k.png",
              "K") +
-        "--b--\n";
+        Part("Content-Type: image/png; name=n.png", "N") + "--b--\n";
     for (const auto& [strForm, strBytes] : BothForms(strMsg)) {
         SCOPED_TRACE(strForm);
         CTempDir dir;
@@ -78,7 +78,8 @@ TEST(MsgInfoAttach, AttachmentsAgainstInlineImages) {
         EXPECT_EQ(List(info, false), (V{{"b.gif", "GIF" + strEnd},
                                         {"c.pdf", "PDF" + strEnd},
                                         {"e.jpeg", "JPEG" + strEnd},
-                                        {"a_b_c__t.txt", "F" + strEnd}}));
+                                        {"a_b_c__t.txt", "F" + strEnd},
+                                        {"n.png", "N" + strEnd}}));
         EXPECT_EQ(List(info, true), (V{{"<a@x>", "ABC"},
                                        {"<b@x>", "GIF" + strEnd},
                                        {"<d@x>", "JPG" + strEnd},
@@ -110,7 +111,8 @@ TEST(MsgInfoAttach, NamesAndStructureTests) {
         {{}, false, false},       {{8}, true, false},         {{3, 8}, true, true},
         {{3, 2, 8}, false, true}, {{3}, false, true},         {{2, 1, 0, 8}, true, false},
         {{2, 3, 8}, true, true},  {{2, 3, 0, 8}, true, true}, {{2, 0, 3}, false, true},
-        {{0, 8}, false, false},   {{14, 8}, false, false},
+        {{0, 8}, false, false},   {{2, 0}, false, false},     {{2, 3, 0}, false, true},
+        {{14, 8}, false, false},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(::testing::PrintToString(c.subtypes));
@@ -182,6 +184,7 @@ TEST(MsgInfoAttach, Base64LinesOfAnyLength) {
         {"QQ==\nQUJD", "AABC"},  // each line stops at its own padding
         {"QU*J\nD", ""},         // a foreign byte breaks the group of its line
         {"QUJDQ\nU\nJD", "ABC"}, // short lines keep the rest they were given
+        {" QUJD\n\tQUJD \n", "ABCABC"},
     };
     for (const Case& c : cases) {
         for (const auto& [strForm, strMsg] :
@@ -223,7 +226,9 @@ TEST(MsgInfoAttach, SizesFromTheTailAndReadThrough) {
         {"Content-Transfer-Encoding: base64\n\n", 0},
         {"Content-Transfer-Encoding: quoted-printable\n\ncaf=C3=A9 =\nsoft\nline\n",
          sizeof("café soft\r\nline\r\n") - 1},
-        {"Content-Transfer-Encoding: 8bit\n\nline\nend", 9},
+        // The whole tail when its last "=" is too close to its start for a group.
+        {"Content-Transfer-Encoding: base64\n\nQQ=" + std::string(37, 'A'), 28},
+        {"Content-Transfer-Encoding: 8bit\n\nline=3D\nend", 12},
     };
     CTempDir dir;
     for (const Case& c : cases) {
@@ -278,6 +283,12 @@ TEST(MsgInfoAttach, StreamEndsAndFailures) {
     } catch (CQLExceptionParser& e) {
         EXPECT_NE(e.GetLastError().find("Is a directory"), std::string::npos);
     }
+    CQLMimeMsgInfo slash(dir.Dir() + "/", "");
+    EXPECT_FALSE(slash.OpenAttach(a));
+    EXPECT_EQ(slash.GetLastError(),
+              "In CQLMimeMsgInfo::GetHeader, In SetFileName(), invalid filename[" + dir.Dir() +
+                  "/]");
+    EXPECT_FALSE(slash.GetAttachContentNext(strBlock, true));
     std::filesystem::remove(s.strPath);
     EXPECT_FALSE(info.OpenAttach(a));
     EXPECT_EQ(info.GetLastError().rfind("In CQLMimeMsgInfo::GetHeader, In Open(", 0), 0u);
