@@ -360,11 +360,12 @@ TEST(ToolIndex, WritesCurrentFormatStringsOnAnyNumberOfThreads) {
         EXPECT_EQ(Counts(Tool({"index", dir.Dir()})), "indexed 1, skipped 23, failed 0");
         EXPECT_EQ(CTempDir::ReadAll(vMessages[5] + ".fmt"), FormatOf(vMessages[5]));
         // An empty one, as a crash may leave before its bytes reached the disk, is no index.
-        // Named format strings and temporaries are no messages.
+        // Named format strings and temporaries are no messages; a named hidden message is.
         WriteFile(vMessages[6] + ".fmt", "");
         EXPECT_EQ(Counts(Tool({"index", vMessages[6], vMessages[7], dir.Path("orphan.fmt"),
-                               dir.Path("a/.x.eml.fmt.qlmail-1-1")})),
-                  "indexed 1, skipped 1, failed 0");
+                               dir.Path("a/.x.eml.fmt.qlmail-1-1"), dir.Path(".hidden/h.eml")})),
+                  "indexed 2, skipped 1, failed 0");
+        fs::remove(dir.Path(".hidden/h.eml.fmt"));
         EXPECT_EQ(Counts(Tool({"index", "--force", dir.Dir()})), "indexed 24, skipped 0, failed 0");
         EXPECT_EQ(Listing(dir.Dir()), vExpected);
         // On a terminal, the progress line is drawn on standard error and cleared.
