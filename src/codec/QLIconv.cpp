@@ -48,6 +48,9 @@ const char* const kUcs2[] = {"UCS-2", "UCS2", "ISO-10646-UCS-2", "CSUNICODE", nu
 const char* const kUcs4[] = {"UCS-4", "UCS4", "ISO-10646-UCS-4", "CSUCS4", nullptr};
 const char* const kUtf16[] = {"UTF-16", "UTF16", nullptr};
 const char* const kUtf32[] = {"UTF-32", "UTF32", nullptr};
+// Shift_JIS as mail labels it, which is nearly always Windows code page 932 in practice.
+const char* const kShiftJis[] = {"SHIFT_JIS", "SHIFT-JIS",  "SJIS",        "X-SJIS",
+                                 "MS_KANJI",  "CSSHIFTJIS", "WINDOWS-31J", nullptr};
 
 // The name handed to iconv for a name given by the caller, and what it implies.
 struct Side {
@@ -61,6 +64,8 @@ Side Resolve(const char* pszName) {
     if (EqualName(pszName, "ISO-2022-JP-MS")) {
         side.strName = "CP932";
         side.bJp = true;
+    } else if (IsName(pszName, kShiftJis)) {
+        side.strName = "CP932";
     } else if (IsName(pszName, kUcs2)) {
         side.strName = "UCS-2BE";
     } else if (IsName(pszName, kUcs4)) {

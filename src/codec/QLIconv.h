@@ -17,9 +17,14 @@
 //  - "ISO-2022-JP-MS": ISO-2022-JP with the CP932 repertoire (JIS X 0208 with NEC row 13
 //    and the NEC-selected IBM extensions, half-width katakana by ESC ( I), done here on top
 //    of the C library's CP932. ESC ( J is read as ASCII, as Windows does.
+//  - Shift_JIS under any of its names (SHIFT_JIS, SHIFT-JIS, SJIS, X-SJIS, MS_KANJI,
+//    CSSHIFTJIS, WINDOWS-31J) is CP932 both ways, as Windows writes it and browsers read it:
+//    NEC row 13 and the IBM extensions are known, and 0x5C is a backslash, not a yen sign.
+//    Text in the JIS mapping (yen sign, wave dash, overline) is still written.
 //
 // Every other name goes to iconv_open as it is given. Built against GNU libiconv, this class
-// would shrink to a forwarder to libiconv_open, libiconv, libiconvctl and libiconv_close.
+// would shrink to the Shift_JIS names and a forwarder to libiconv_open, libiconv, libiconvctl
+// and libiconv_close.
 //
 // Performance: the C library converts between two non-Unicode charsets in two steps and, when
 // the output is full, converts again what the second step could not take, which makes small
