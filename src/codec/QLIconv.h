@@ -48,6 +48,17 @@ public:
     int Close();
     void SetDiscardIlseq(bool bDiscard);
 
+    // Both names are names of UTF-8. CQLConvParser then copies a text where the C library
+    // would take it, and does not come here.
+    bool IsUtf8Both() const { return m_bUtf8Both; }
+    bool IsDiscarding() const { return m_bDiscard; }
+    // How the C library's UTF-8 decoder reads a text: the length of the longest start made of
+    // characters it takes, and whether a text that it does not take at its start is rather a
+    // character cut off by the end (a first byte followed only by continuation bytes, fewer
+    // than it needs), for which it asks for more input instead of refusing it.
+    static size_t Utf8Span(const char* pText, size_t nLen);
+    static bool Utf8Incomplete(const char* pText, size_t nLen);
+
     // As iconv(3). A null input writes the closing shift sequence (with a null output too,
     // only the state is reset); either way the next text starts afresh, byte-order marks
     // included. Returns (size_t)-1 with errno E2BIG, EILSEQ or EINVAL, else 0.
@@ -96,6 +107,7 @@ private:
     bool m_bJpTo;
     JpMode m_eJpIn;
     JpMode m_eJpOut;
+    bool m_bUtf8Both;
 };
 
 #endif
