@@ -216,7 +216,6 @@ std::string CQLConvParser::Conv(const char* pszText, unsigned long nLen) {
 // not discarding), and a character cut off by the end gives its first byte once per byte.
 std::string CQLConvParser::CopyUtf8(const char* pszText, unsigned long nLen) {
     std::string strOut;
-    strOut.reserve(nLen); // the copy is never longer than the text
     size_t nPos = 0;
     while (nPos < nLen) {
         const size_t nRun = CQLIconv::Utf8Span(pszText + nPos, nLen - nPos);
