@@ -2,8 +2,13 @@
 
 #include "foundation/QLExceptionParser.h"
 #include "mime/QLMimeMsg.h"
+#include "reader/QLMimeAttachInfo.h"
+#include "reader/QLMimeMsgInfo.h"
 
+#include <cstdint>
+#include <cstdio>
 #include <exception>
+#include <memory>
 #include <string>
 
 namespace {
@@ -140,28 +145,144 @@ namespace {
 // string or when the JVM cannot give them.
 bool FromJava(JNIEnv* env, jstring js, std::string& str) {
     if (js == nullptr) return false;
-    const char* psz = env->GetStringUTFChars(js, nullptr);
-    if (psz == nullptr) {
+    struct Chars {
+        JNIEnv* env;
+        jstring js;
+        const char* psz;
+        ~Chars() {
+            if (psz != nullptr) env->ReleaseStringUTFChars(js, psz);
+        }
+    } chars{env, js, env->GetStringUTFChars(js, nullptr)};
+    if (chars.psz == nullptr) {
         JavaFailed(env);
         return false;
     }
-    try {
-        str = FromModifiedUtf8(psz);
-    } catch (...) {
-        env->ReleaseStringUTFChars(js, psz);
-        throw;
-    }
-    env->ReleaseStringUTFChars(js, psz);
+    str = FromModifiedUtf8(chars.psz);
     return true;
 }
 
-// Runs the work of a native; whatever the library throws ends here with the failure value.
-template <class R, class Work> R Guarded(R failure, Work work) noexcept {
+template <class... Rest>
+bool FromJava(JNIEnv* env, jstring js, std::string& str, jstring jsNext, Rest&&... rest) {
+    return FromJava(env, js, str) && FromJava(env, jsNext, rest...);
+}
+
+// append(String) of a StringBuffer, or null.
+jmethodID AppendOf(JNIEnv* env, jobject sb) {
+    if (sb == nullptr) return nullptr;
+    jclass cls = env->GetObjectClass(sb);
+    if (JavaFailed(env)) return nullptr;
+    jmethodID mid = env->GetMethodID(cls, "append", "(Ljava/lang/String;)Ljava/lang/StringBuffer;");
+    return JavaFailed(env) ? nullptr : mid;
+}
+
+bool Append(JNIEnv* env, jobject sb, jmethodID append, const std::string& str) {
+    jstring js = newStringUTF(env, str);
+    if (js == nullptr) return false;
+    env->CallObjectMethod(sb, append, js);
+    return true;
+}
+
+// The eight fields of the attachment object, in the order they are looked up and set.
+struct AttachFields {
+    jfieldID startPos, endPos, lineCnt, contentType, subContentType, encoding, attachId, fileName;
+};
+
+// False for a null object, or a class that lacks one of the fields.
+bool FieldsOf(JNIEnv* env, jobject attach, AttachFields& f) {
+    if (attach == nullptr) return false;
+    jclass cls = env->GetObjectClass(attach);
+    if (JavaFailed(env)) return false;
+    f.startPos = getjFieldIdLong(env, cls, "startPos");
+    f.endPos = getjFieldIdLong(env, cls, "endPos");
+    f.lineCnt = getjFieldIdLong(env, cls, "lineCnt");
+    f.contentType = getjFieldIdInt(env, cls, "contentType");
+    f.subContentType = getjFieldIdInt(env, cls, "subContentType");
+    f.encoding = getjFieldIdString(env, cls, "encoding");
+    f.attachId = getjFieldIdString(env, cls, "attachId");
+    f.fileName = getjFieldIdString(env, cls, "fileName");
+    return f.startPos && f.endPos && f.lineCnt && f.contentType && f.subContentType && f.encoding &&
+           f.attachId && f.fileName;
+}
+
+// The descriptor as the Java object holds it; false when a string field is null.
+bool ReadAttach(JNIEnv* env, jobject attach, CQLMimeAttachInfo& Attach) {
+    AttachFields f;
+    if (!FieldsOf(env, attach, f)) return false;
+    jstring jAttachId = static_cast<jstring>(env->GetObjectField(attach, f.attachId));
+    jstring jFileName = static_cast<jstring>(env->GetObjectField(attach, f.fileName));
+    Attach.m_nStartPos = static_cast<uint32_t>(env->GetLongField(attach, f.startPos));
+    Attach.m_nEndPos = static_cast<uint32_t>(env->GetLongField(attach, f.endPos));
+    Attach.m_nLineCnt =
+        static_cast<int>(static_cast<uint32_t>(env->GetLongField(attach, f.lineCnt)));
+    Attach.m_nContentType = env->GetIntField(attach, f.contentType);
+    Attach.m_nSubContentType = env->GetIntField(attach, f.subContentType);
+    jstring jEncoding = static_cast<jstring>(env->GetObjectField(attach, f.encoding));
+    std::string strEncoding;
+    if (!FromJava(env, jEncoding, strEncoding, jAttachId, Attach.m_strAttachId, jFileName,
+                  Attach.m_strFileName))
+        return false;
+    Attach.m_nEncoding = static_cast<signed char>(strEncoding.c_str()[0]);
+    return true;
+}
+
+// Fills the Java object from the descriptor; false when the JVM fails on the way.
+bool WriteAttach(JNIEnv* env, jobject attach, const CQLMimeAttachInfo& Attach) {
+    AttachFields f;
+    if (!FieldsOf(env, attach, f)) return false;
+    const char szEncoding[2] = {static_cast<char>(Attach.m_nEncoding), '\0'};
+    jstring jEncoding = newStringUTF(env, szEncoding);
+    jstring jAttachId = jEncoding ? newStringUTF(env, Attach.m_strAttachId) : nullptr;
+    jstring jFileName = jAttachId ? newStringUTF(env, Attach.m_strFileName) : nullptr;
+    if (jFileName == nullptr) return false;
+    setLongField(env, attach, f.startPos, Attach.m_nStartPos);
+    setLongField(env, attach, f.endPos, Attach.m_nEndPos);
+    setLongField(env, attach, f.lineCnt, static_cast<uint32_t>(Attach.m_nLineCnt));
+    setIntField(env, attach, f.contentType, Attach.m_nContentType);
+    setIntField(env, attach, f.subContentType, Attach.m_nSubContentType);
+    setObjectField(env, attach, f.encoding, jEncoding);
+    setObjectField(env, attach, f.attachId, jAttachId);
+    setObjectField(env, attach, f.fileName, jFileName);
+    return true;
+}
+
+// GetNextAttach and GetNextCID differ only in the operation they call.
+using NextOp = bool (CQLMimeMsgInfo::*)(CQLMimeAttachInfo&, const std::string&, const std::string&,
+                                        const std::string&);
+
+// Called in a handler: the text of the exception in flight goes to the handle.
+void NoteFailure(CQLMimeMsgInfo* pInfo, const char* pszNative) noexcept {
+    if (pInfo == nullptr) return;
+    try {
+        std::string strText;
+        try {
+            throw;
+        } catch (const CQLExceptionParser& e) {
+            strText = e.GetLastError();
+        } catch (const std::exception& e) {
+            strText = e.what();
+        } catch (...) {
+            strText = "unknown exception";
+        }
+        pInfo->m_strLastError = std::string("In JNIJavaMail::") + pszNative + "(), " + strText;
+    } catch (...) {
+    }
+}
+
+// The handle that Open gave; 0 and -1, which Java may hold by mistake, are no object.
+CQLMimeMsgInfo* InfoOf(jlong handle) {
+    return handle == 0 || handle == -1 ? nullptr : reinterpret_cast<CQLMimeMsgInfo*>(handle);
+}
+
+// Runs the work of a native. What the library throws ends here: the native answers its
+// failure value, with the text in the handle's last error where there is a handle.
+template <class R, class Work>
+R Guarded(CQLMimeMsgInfo* pInfo, const char* pszNative, R failure, Work work) noexcept {
     try {
         return work();
     } catch (...) {
-        return failure;
+        NoteFailure(pInfo, pszNative);
     }
+    return failure;
 }
 
 } // namespace
@@ -170,7 +291,7 @@ extern "C" {
 
 JNIEXPORT jstring JNICALL Java_org_quillon_util_JNIJavaMail_GetMsgFormat(JNIEnv* env, jclass,
                                                                          jstring jEmlPath) {
-    return Guarded<jstring>(nullptr, [&]() -> jstring {
+    return Guarded<jstring>(nullptr, "GetMsgFormat", nullptr, [&]() -> jstring {
         std::string strEmlPath;
         if (!FromJava(env, jEmlPath, strEmlPath)) return nullptr;
         CQLMimeMsg msg;
@@ -179,6 +300,197 @@ JNIEXPORT jstring JNICALL Java_org_quillon_util_JNIJavaMail_GetMsgFormat(JNIEnv*
         msg.Close();
         return jFormat;
     });
+}
+
+JNIEXPORT jlong JNICALL Java_org_quillon_util_JNIJavaMail_Open(JNIEnv* env, jclass, jlong,
+                                                               jstring jEmlPath, jstring jFormat) {
+    return Guarded<jlong>(nullptr, "Open", -1, [&]() -> jlong {
+        std::string strEmlPath, strFormat;
+        if (!FromJava(env, jEmlPath, strEmlPath, jFormat, strFormat)) return -1;
+        if (strFormat.empty()) {
+            CQLMimeMsg msg;
+            if (!msg.Open(strEmlPath, true)) std::puts(msg.GetLastError().c_str());
+            strFormat = msg.GetFormat();
+            msg.Close();
+        }
+        if (!CQLFileParser::Exists(strEmlPath)) return -1;
+        auto pInfo = std::make_unique<CQLMimeMsgInfo>(strFormat);
+        if (!pInfo->SetEmlPath(strEmlPath)) {
+            std::puts(pInfo->GetLastError().c_str());
+            return -1;
+        }
+        return reinterpret_cast<jlong>(pInfo.release());
+    });
+}
+
+JNIEXPORT void JNICALL Java_org_quillon_util_JNIJavaMail_Close(JNIEnv*, jclass, jlong handle) {
+    CQLMimeMsgInfo* pInfo = InfoOf(handle);
+    Guarded<int>(nullptr, "Close", 0, [&] {
+        delete pInfo;
+        return 0;
+    });
+}
+
+JNIEXPORT jstring JNICALL Java_org_quillon_util_JNIJavaMail_GetLastError(JNIEnv* env, jclass,
+                                                                         jlong handle) {
+    CQLMimeMsgInfo* pInfo = InfoOf(handle);
+    if (pInfo == nullptr) return nullptr;
+    return Guarded<jstring>(pInfo, "GetLastError", nullptr,
+                            [&] { return newStringUTF(env, pInfo->GetLastError()); });
+}
+
+JNIEXPORT void JNICALL Java_org_quillon_util_JNIJavaMail_InitAttachCursor(JNIEnv*, jclass,
+                                                                          jlong handle) {
+    CQLMimeMsgInfo* pInfo = InfoOf(handle);
+    if (pInfo == nullptr) return;
+    Guarded<int>(pInfo, "InitAttachCursor", 0, [&] {
+        pInfo->InitAttachCursor();
+        return 0;
+    });
+}
+
+static jboolean NextAttach(JNIEnv* env, jlong handle, jobject attach, jstring jDefaultCharset,
+                           jstring jToCharset, jstring jLevel, NextOp op, const char* pszNative) {
+    CQLMimeMsgInfo* pInfo = InfoOf(handle);
+    if (pInfo == nullptr || attach == nullptr) return JNI_FALSE;
+    return Guarded<jboolean>(pInfo, pszNative, JNI_FALSE, [&]() -> jboolean {
+        CQLMimeAttachInfo Attach;
+        std::string strDefaultCharset, strToCharset, strLevel;
+        if (!FromJava(env, jDefaultCharset, strDefaultCharset, jToCharset, strToCharset, jLevel,
+                      strLevel) ||
+            !(pInfo->*op)(Attach, strDefaultCharset, strToCharset, strLevel))
+            return JNI_FALSE;
+        return WriteAttach(env, attach, Attach) ? JNI_TRUE : JNI_FALSE;
+    });
+}
+
+JNIEXPORT jboolean JNICALL Java_org_quillon_util_JNIJavaMail_GetNextAttach(
+    JNIEnv* env, jclass, jlong handle, jobject attach, jstring jDefaultCharset, jstring jToCharset,
+    jstring jLevel) {
+    return NextAttach(env, handle, attach, jDefaultCharset, jToCharset, jLevel,
+                      &CQLMimeMsgInfo::GetNextAttach, "GetNextAttach");
+}
+
+JNIEXPORT jboolean JNICALL Java_org_quillon_util_JNIJavaMail_GetNextCID(
+    JNIEnv* env, jclass, jlong handle, jobject attach, jstring jDefaultCharset, jstring jToCharset,
+    jstring jLevel) {
+    return NextAttach(env, handle, attach, jDefaultCharset, jToCharset, jLevel,
+                      &CQLMimeMsgInfo::GetNextCID, "GetNextCID");
+}
+
+JNIEXPORT jlong JNICALL Java_org_quillon_util_JNIJavaMail_GetAttachContentSize(JNIEnv* env, jclass,
+                                                                               jlong handle,
+                                                                               jobject attach,
+                                                                               jboolean bDecode) {
+    CQLMimeMsgInfo* pInfo = InfoOf(handle);
+    if (pInfo == nullptr) return 0;
+    return Guarded<jlong>(pInfo, "GetAttachContentSize", 0, [&]() -> jlong {
+        CQLMimeAttachInfo Attach;
+        if (!ReadAttach(env, attach, Attach)) return 0;
+        // All 32 bits set, the failure value, reaches Java as 4294967295.
+        return static_cast<jlong>(pInfo->GetAttachContentSize(Attach, bDecode == JNI_TRUE));
+    });
+}
+
+JNIEXPORT jboolean JNICALL Java_org_quillon_util_JNIJavaMail_OpenAttach(JNIEnv* env, jclass,
+                                                                        jlong handle,
+                                                                        jobject attach) {
+    CQLMimeMsgInfo* pInfo = InfoOf(handle);
+    if (pInfo == nullptr) return JNI_FALSE;
+    return Guarded<jboolean>(pInfo, "OpenAttach", JNI_FALSE, [&]() -> jboolean {
+        CQLMimeAttachInfo Attach;
+        return ReadAttach(env, attach, Attach) && pInfo->OpenAttach(Attach) ? JNI_TRUE : JNI_FALSE;
+    });
+}
+
+JNIEXPORT jbyteArray JNICALL Java_org_quillon_util_JNIJavaMail_GetAttachContentNext(
+    JNIEnv* env, jclass, jlong handle, jobject sbState, jboolean bDecode) {
+    CQLMimeMsgInfo* pInfo = InfoOf(handle);
+    if (pInfo == nullptr) return nullptr;
+    jmethodID append = AppendOf(env, sbState);
+    if (append == nullptr) return nullptr;
+    std::string strBlock;
+    const bool bGot = Guarded<bool>(pInfo, "GetAttachContentNext", false,
+                                    [&] { return pInfo->GetAttachContentNext(strBlock, bDecode); });
+    if (!bGot) {
+        Append(env, sbState, append, "false");
+        return nullptr;
+    }
+    jbyteArray block = env->NewByteArray(static_cast<jsize>(strBlock.size()));
+    if (JavaFailed(env) || block == nullptr) return nullptr;
+    env->SetByteArrayRegion(block, 0, static_cast<jsize>(strBlock.size()),
+                            reinterpret_cast<const jbyte*>(strBlock.data()));
+    Append(env, sbState, append, "true");
+    return block;
+}
+
+JNIEXPORT void JNICALL Java_org_quillon_util_JNIJavaMail_CloseAttach(JNIEnv*, jclass,
+                                                                     jlong handle) {
+    CQLMimeMsgInfo* pInfo = InfoOf(handle);
+    if (pInfo == nullptr) return;
+    Guarded<int>(pInfo, "CloseAttach", 0, [&] {
+        pInfo->CloseAttach();
+        return 0;
+    });
+}
+
+JNIEXPORT jboolean JNICALL Java_org_quillon_util_JNIJavaMail_GetHeader(JNIEnv* env, jclass,
+                                                                       jlong handle, jobject sbOut,
+                                                                       jstring jLevel) {
+    CQLMimeMsgInfo* pInfo = InfoOf(handle);
+    if (pInfo == nullptr) return JNI_FALSE;
+    return Guarded<jboolean>(pInfo, "GetHeader", JNI_FALSE, [&]() -> jboolean {
+        jmethodID append = AppendOf(env, sbOut);
+        std::string strLevel, strOut;
+        if (append == nullptr || !FromJava(env, jLevel, strLevel) ||
+            !pInfo->GetHeader(strOut, strLevel))
+            return JNI_FALSE;
+        return Append(env, sbOut, append, strOut) ? JNI_TRUE : JNI_FALSE;
+    });
+}
+
+JNIEXPORT jboolean JNICALL Java_org_quillon_util_JNIJavaMail_GetHeaderValue(
+    JNIEnv* env, jclass, jlong handle, jstring jName, jobject sbOut, jboolean bDecode,
+    jstring jDefaultCharset, jstring jToCharset, jstring jLevel) {
+    CQLMimeMsgInfo* pInfo = InfoOf(handle);
+    if (pInfo == nullptr) return JNI_FALSE;
+    return Guarded<jboolean>(pInfo, "GetHeaderValue", JNI_FALSE, [&]() -> jboolean {
+        std::string strLevel, strName, strDefaultCharset, strToCharset, strOut;
+        if (!FromJava(env, jLevel, strLevel)) return JNI_FALSE;
+        jmethodID append = AppendOf(env, sbOut);
+        if (append == nullptr ||
+            !FromJava(env, jName, strName, jDefaultCharset, strDefaultCharset, jToCharset,
+                      strToCharset) ||
+            !pInfo->GetHeaderValue(strName, strOut, bDecode == JNI_TRUE, strDefaultCharset,
+                                   strToCharset, strLevel))
+            return JNI_FALSE;
+        return Append(env, sbOut, append, strOut) ? JNI_TRUE : JNI_FALSE;
+    });
+}
+
+JNIEXPORT jboolean JNICALL Java_org_quillon_util_JNIJavaMail_GetText(
+    JNIEnv* env, jclass, jlong handle, jobject sbOut, jboolean bHtml, jstring jDefaultCharset,
+    jstring jForceCharset, jstring jToCharset, jboolean bDecode, jstring jLevel) {
+    CQLMimeMsgInfo* pInfo = InfoOf(handle);
+    if (pInfo == nullptr) return JNI_FALSE;
+    return Guarded<jboolean>(pInfo, "GetText", JNI_FALSE, [&]() -> jboolean {
+        jmethodID append = AppendOf(env, sbOut);
+        std::string strDefaultCharset, strForceCharset, strToCharset, strLevel, strOut;
+        if (append == nullptr ||
+            !FromJava(env, jDefaultCharset, strDefaultCharset, jForceCharset, strForceCharset,
+                      jToCharset, strToCharset, jLevel, strLevel) ||
+            !pInfo->GetText(strOut, bHtml == JNI_TRUE, strDefaultCharset, strForceCharset,
+                            strToCharset, bDecode == JNI_TRUE, strLevel))
+            return JNI_FALSE;
+        return Append(env, sbOut, append, strOut) ? JNI_TRUE : JNI_FALSE;
+    });
+}
+
+JNIEXPORT jboolean JNICALL Java_org_quillon_util_JNIJavaMail_IsTNEF(JNIEnv*, jclass, jlong handle) {
+    CQLMimeMsgInfo* pInfo = InfoOf(handle);
+    if (pInfo == nullptr) return JNI_FALSE;
+    return Guarded<jboolean>(pInfo, "IsTNEF", JNI_FALSE,
+                             [&] { return pInfo->IsTNEF() ? JNI_TRUE : JNI_FALSE; });
 }
 
 } // extern "C"
