@@ -192,16 +192,15 @@ bool FieldsOf(JNIEnv* env, jobject attach, AttachFields& f) {
     if (attach == nullptr) return false;
     jclass cls = env->GetObjectClass(attach);
     if (JavaFailed(env)) return false;
-    f.startPos = getjFieldIdLong(env, cls, "startPos");
-    f.endPos = getjFieldIdLong(env, cls, "endPos");
-    f.lineCnt = getjFieldIdLong(env, cls, "lineCnt");
-    f.contentType = getjFieldIdInt(env, cls, "contentType");
-    f.subContentType = getjFieldIdInt(env, cls, "subContentType");
-    f.encoding = getjFieldIdString(env, cls, "encoding");
-    f.attachId = getjFieldIdString(env, cls, "attachId");
-    f.fileName = getjFieldIdString(env, cls, "fileName");
-    return f.startPos && f.endPos && f.lineCnt && f.contentType && f.subContentType && f.encoding &&
-           f.attachId && f.fileName;
+    // The first that is missing ends the lookup: its exception is printed once.
+    return (f.startPos = getjFieldIdLong(env, cls, "startPos")) &&
+           (f.endPos = getjFieldIdLong(env, cls, "endPos")) &&
+           (f.lineCnt = getjFieldIdLong(env, cls, "lineCnt")) &&
+           (f.contentType = getjFieldIdInt(env, cls, "contentType")) &&
+           (f.subContentType = getjFieldIdInt(env, cls, "subContentType")) &&
+           (f.encoding = getjFieldIdString(env, cls, "encoding")) &&
+           (f.attachId = getjFieldIdString(env, cls, "attachId")) &&
+           (f.fileName = getjFieldIdString(env, cls, "fileName"));
 }
 
 // The descriptor as the Java object holds it; false when a string field is null.
