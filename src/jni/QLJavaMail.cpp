@@ -5,7 +5,9 @@
 #include "reader/QLMimeAttachInfo.h"
 #include "reader/QLMimeMsgInfo.h"
 
+#include <atomic>
 #include <cstdint>
+#include <cstring>
 #include <cstdio>
 #include <exception>
 #include <memory>
@@ -63,44 +65,60 @@ unsigned long SurrogateAt(const unsigned char* p) {
     return 0xD000ul | ((p[1] & 0x3Ful) << 6) | (p[2] & 0x3Ful);
 }
 
+// Bytes at p that the JVM takes as they stand: well-formed UTF-8 within the BMP.
+size_t PlainPrefix(const unsigned char* p) {
+    size_t n = 0;
+    while (p[n] != 0) {
+        const size_t nLen = p[n] < 0x80 ? 1 : Utf8SeqLen(p + n);
+        if (nLen == 0 || nLen == 4) break;
+        n += nLen;
+    }
+    return n;
+}
+
 } // namespace
 
 std::string ToModifiedUtf8(const char* pszText) {
     const unsigned char* p = reinterpret_cast<const unsigned char*>(pszText);
     std::string strOut;
-    while (*p != 0) {
-        const size_t nLen = Utf8SeqLen(p);
-        if (nLen == 4) {
+    while (true) {
+        const size_t nPlain = PlainPrefix(p);
+        strOut.append(reinterpret_cast<const char*>(p), nPlain);
+        p += nPlain;
+        if (*p == 0) return strOut;
+        if (Utf8SeqLen(p) == 4) {
             const unsigned long nCode = ((p[0] & 0x07ul) << 18) | ((p[1] & 0x3Ful) << 12) |
                                         ((p[2] & 0x3Ful) << 6) | (p[3] & 0x3Ful);
             AppendUtf8(strOut, 0xD800 + ((nCode - 0x10000) >> 10));
             AppendUtf8(strOut, 0xDC00 + ((nCode - 0x10000) & 0x3FF));
-        } else if (nLen > 0) {
-            strOut.append(reinterpret_cast<const char*>(p), nLen);
+            p += 4;
         } else {
-            AppendUtf8(strOut, 0xDC00 + *p); // a lone low surrogate carries the byte
+            AppendUtf8(strOut, 0xDC00 + *p++); // a lone low surrogate carries the byte
         }
-        p += nLen > 0 ? nLen : 1;
     }
-    return strOut;
 }
 
 std::string FromModifiedUtf8(const char* pszText) {
-    const unsigned char* p = reinterpret_cast<const unsigned char*>(pszText);
     std::string strOut;
-    while (*p != 0) {
-        const unsigned long nCode = SurrogateAt(p);
-        const unsigned long nLow = nCode >= 0xD800 && nCode < 0xDC00 ? SurrogateAt(p + 3) : 0;
+    const char* p = pszText;
+    // Every surrogate begins with the byte ED.
+    while (const char* pLead = std::strchr(p, '\xED')) {
+        strOut.append(p, pLead);
+        const unsigned char* u = reinterpret_cast<const unsigned char*>(pLead);
+        const unsigned long nCode = SurrogateAt(u);
+        const unsigned long nLow = nCode >= 0xD800 && nCode < 0xDC00 ? SurrogateAt(u + 3) : 0;
         if (nLow >= 0xDC00) {
             AppendUtf8(strOut, 0x10000 + ((nCode - 0xD800) << 10) + (nLow - 0xDC00));
-            p += 6;
+            p = pLead + 6;
         } else if (nCode >= 0xDC80 && nCode <= 0xDCFF) {
             strOut += static_cast<char>(nCode - 0xDC00);
-            p += 3;
+            p = pLead + 3;
         } else {
-            strOut += static_cast<char>(*p++);
+            strOut += *pLead;
+            p = pLead + 1;
         }
     }
+    strOut.append(p);
     return strOut;
 }
 
@@ -135,7 +153,9 @@ void setObjectField(JNIEnv* env, jobject obj, jfieldID fid, jstring strValue) {
 }
 
 jstring newStringUTF(JNIEnv* env, std::string strValue) {
-    jstring js = env->NewStringUTF(ToModifiedUtf8(strValue.c_str()).c_str());
+    const char* psz = strValue.c_str();
+    const unsigned char* u = reinterpret_cast<const unsigned char*>(psz);
+    jstring js = env->NewStringUTF(u[PlainPrefix(u)] == 0 ? psz : ToModifiedUtf8(psz).c_str());
     return JavaFailed(env) ? nullptr : js;
 }
 
@@ -169,10 +189,16 @@ bool FromJava(JNIEnv* env, jstring js, std::string& str, jstring jsNext, Rest&&.
 // append(String) of a StringBuffer, or null.
 jmethodID AppendOf(JNIEnv* env, jobject sb) {
     if (sb == nullptr) return nullptr;
+    // StringBuffer is final and never unloaded, so its append stays the same method for the
+    // JVM's life; looking it up at every call was most of the cost of a short value.
+    static std::atomic<jmethodID> s_append{nullptr};
+    if (jmethodID mid = s_append.load(std::memory_order_relaxed)) return mid;
     jclass cls = env->GetObjectClass(sb);
     if (JavaFailed(env)) return nullptr;
     jmethodID mid = env->GetMethodID(cls, "append", "(Ljava/lang/String;)Ljava/lang/StringBuffer;");
-    return JavaFailed(env) ? nullptr : mid;
+    if (JavaFailed(env)) return nullptr;
+    s_append.store(mid, std::memory_order_relaxed);
+    return mid;
 }
 
 bool Append(JNIEnv* env, jobject sb, jmethodID append, const std::string& str) {
