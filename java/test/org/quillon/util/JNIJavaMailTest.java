@@ -148,6 +148,29 @@ public class JNIJavaMailTest {
     }
 
     @Test
+    public void rawBytesAndSupplementaryCharactersGoThereAndBack() throws Exception {
+        // A Content-ID of raw EUC-KR bytes stands in the format string as it is; a path with
+        // a character beyond the BMP goes in as four bytes of UTF-8.
+        Path dir = tmp.newFolder("메일😀").toPath();
+        Path eml = TestMail.write(dir, "😀.eml", TestMail.crlf("Subject: raw",
+                "Content-Type: multipart/related; boundary=\"r\"", "", "--r",
+                "Content-Type: image/png", "Content-ID: <\u00b0\u00a1@x>",
+                "Content-Transfer-Encoding: base64", "", "AAEC", "--r--"));
+        String format = JNIJavaMail.GetMsgFormat(eml.toString());
+        long stored = JNIJavaMail.Open(0, eml.toString(), format);
+        long parsed = JNIJavaMail.Open(0, eml.toString(), "");
+        assertNotEquals(-1, stored);
+        assertEquals(TestMail.road(parsed), TestMail.road(stored));
+        AttachInfo a = new AttachInfo();
+        JNIJavaMail.InitAttachCursor(stored);
+        assertTrue(JNIJavaMail.GetNextCID(stored, a, "", "UTF-8", ""));
+        assertArrayEquals("<\u00b0\u00a1@x>".getBytes(ISO_8859_1), TestMail.rawBytes(a.fileName));
+        assertArrayEquals(new byte[] {0, 1, 2}, TestMail.content(stored, a, true));
+        JNIJavaMail.Close(stored);
+        JNIJavaMail.Close(parsed);
+    }
+
+    @Test
     public void nulCutInTextButWholeInBlocks() throws Exception {
         String part = "before\0after\r\n";
         Path eml = TestMail.write(tmp.getRoot().toPath(), "nul.eml", TestMail.crlf(
