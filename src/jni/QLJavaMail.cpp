@@ -15,12 +15,12 @@
 
 namespace {
 
-// A pending Java exception is printed and cleared; true if there was one.
-bool JavaFailed(JNIEnv* env) {
-    if (!env->ExceptionCheck()) return false;
+// A pending Java exception is printed and cleared. The JNI calls that can leave one answer
+// null then, which is what the callers test.
+void ClearPending(JNIEnv* env) {
+    if (!env->ExceptionCheck()) return;
     env->ExceptionDescribe();
     env->ExceptionClear();
-    return true;
 }
 
 bool IsCont(unsigned char c) {
@@ -124,39 +124,43 @@ std::string FromModifiedUtf8(const char* pszText) {
 
 jfieldID getjFieldIdInt(JNIEnv* env, jclass cls, std::string strName) {
     jfieldID fid = env->GetFieldID(cls, strName.c_str(), "I");
-    return JavaFailed(env) ? nullptr : fid;
+    ClearPending(env);
+    return fid;
 }
 
 jfieldID getjFieldIdLong(JNIEnv* env, jclass cls, std::string strName) {
     jfieldID fid = env->GetFieldID(cls, strName.c_str(), "J");
-    return JavaFailed(env) ? nullptr : fid;
+    ClearPending(env);
+    return fid;
 }
 
 jfieldID getjFieldIdString(JNIEnv* env, jclass cls, std::string strName) {
     jfieldID fid = env->GetFieldID(cls, strName.c_str(), "Ljava/lang/String;");
-    return JavaFailed(env) ? nullptr : fid;
+    ClearPending(env);
+    return fid;
 }
 
 void setIntField(JNIEnv* env, jobject obj, jfieldID fid, int nValue) {
     env->SetIntField(obj, fid, nValue);
-    JavaFailed(env);
+    ClearPending(env);
 }
 
 void setLongField(JNIEnv* env, jobject obj, jfieldID fid, long nValue) {
     env->SetLongField(obj, fid, nValue);
-    JavaFailed(env);
+    ClearPending(env);
 }
 
 void setObjectField(JNIEnv* env, jobject obj, jfieldID fid, jstring strValue) {
     env->SetObjectField(obj, fid, strValue);
-    JavaFailed(env);
+    ClearPending(env);
 }
 
 jstring newStringUTF(JNIEnv* env, std::string strValue) {
     const char* psz = strValue.c_str();
     const unsigned char* u = reinterpret_cast<const unsigned char*>(psz);
     jstring js = env->NewStringUTF(u[PlainPrefix(u)] == 0 ? psz : ToModifiedUtf8(psz).c_str());
-    return JavaFailed(env) ? nullptr : js;
+    ClearPending(env);
+    return js;
 }
 
 namespace {
@@ -174,7 +178,7 @@ bool FromJava(JNIEnv* env, jstring js, std::string& str) {
         }
     } chars{env, js, env->GetStringUTFChars(js, nullptr)};
     if (chars.psz == nullptr) {
-        JavaFailed(env);
+        ClearPending(env);
         return false;
     }
     str = FromModifiedUtf8(chars.psz);
@@ -194,9 +198,11 @@ jmethodID AppendOf(JNIEnv* env, jobject sb) {
     static std::atomic<jmethodID> s_append{nullptr};
     if (jmethodID mid = s_append.load(std::memory_order_relaxed)) return mid;
     jclass cls = env->GetObjectClass(sb);
-    if (JavaFailed(env)) return nullptr;
-    jmethodID mid = env->GetMethodID(cls, "append", "(Ljava/lang/String;)Ljava/lang/StringBuffer;");
-    if (JavaFailed(env)) return nullptr;
+    jmethodID mid =
+        cls ? env->GetMethodID(cls, "append", "(Ljava/lang/String;)Ljava/lang/StringBuffer;")
+            : nullptr;
+    ClearPending(env);
+    if (mid == nullptr) return nullptr;
     s_append.store(mid, std::memory_order_relaxed);
     return mid;
 }
@@ -217,7 +223,8 @@ struct AttachFields {
 bool FieldsOf(JNIEnv* env, jobject attach, AttachFields& f) {
     if (attach == nullptr) return false;
     jclass cls = env->GetObjectClass(attach);
-    if (JavaFailed(env)) return false;
+    ClearPending(env);
+    if (cls == nullptr) return false;
     // The first that is missing ends the lookup: its exception is printed once.
     return (f.startPos = getjFieldIdLong(env, cls, "startPos")) &&
            (f.endPos = getjFieldIdLong(env, cls, "endPos")) &&
@@ -310,6 +317,15 @@ R Guarded(CQLMimeMsgInfo* pInfo, const char* pszNative, R failure, Work work) no
     return failure;
 }
 
+template <class Work>
+void Guarded(CQLMimeMsgInfo* pInfo, const char* pszNative, Work work) noexcept {
+    try {
+        work();
+    } catch (...) {
+        NoteFailure(pInfo, pszNative);
+    }
+}
+
 } // namespace
 
 extern "C" {
@@ -350,10 +366,7 @@ JNIEXPORT jlong JNICALL Java_org_quillon_util_JNIJavaMail_Open(JNIEnv* env, jcla
 
 JNIEXPORT void JNICALL Java_org_quillon_util_JNIJavaMail_Close(JNIEnv*, jclass, jlong handle) {
     CQLMimeMsgInfo* pInfo = InfoOf(handle);
-    Guarded<int>(nullptr, "Close", 0, [&] {
-        delete pInfo;
-        return 0;
-    });
+    Guarded(nullptr, "Close", [&] { delete pInfo; });
 }
 
 JNIEXPORT jstring JNICALL Java_org_quillon_util_JNIJavaMail_GetLastError(JNIEnv* env, jclass,
@@ -368,10 +381,7 @@ JNIEXPORT void JNICALL Java_org_quillon_util_JNIJavaMail_InitAttachCursor(JNIEnv
                                                                           jlong handle) {
     CQLMimeMsgInfo* pInfo = InfoOf(handle);
     if (pInfo == nullptr) return;
-    Guarded<int>(pInfo, "InitAttachCursor", 0, [&] {
-        pInfo->InitAttachCursor();
-        return 0;
-    });
+    Guarded(pInfo, "InitAttachCursor", [&] { pInfo->InitAttachCursor(); });
 }
 
 static jboolean NextAttach(JNIEnv* env, jlong handle, jobject attach, jstring jDefaultCharset,
@@ -442,7 +452,8 @@ JNIEXPORT jbyteArray JNICALL Java_org_quillon_util_JNIJavaMail_GetAttachContentN
         return nullptr;
     }
     jbyteArray block = env->NewByteArray(static_cast<jsize>(strBlock.size()));
-    if (JavaFailed(env) || block == nullptr) return nullptr;
+    ClearPending(env);
+    if (block == nullptr) return nullptr;
     env->SetByteArrayRegion(block, 0, static_cast<jsize>(strBlock.size()),
                             reinterpret_cast<const jbyte*>(strBlock.data()));
     Append(env, sbState, append, "true");
@@ -453,10 +464,7 @@ JNIEXPORT void JNICALL Java_org_quillon_util_JNIJavaMail_CloseAttach(JNIEnv*, jc
                                                                      jlong handle) {
     CQLMimeMsgInfo* pInfo = InfoOf(handle);
     if (pInfo == nullptr) return;
-    Guarded<int>(pInfo, "CloseAttach", 0, [&] {
-        pInfo->CloseAttach();
-        return 0;
-    });
+    Guarded(pInfo, "CloseAttach", [&] { pInfo->CloseAttach(); });
 }
 
 JNIEXPORT jboolean JNICALL Java_org_quillon_util_JNIJavaMail_GetHeader(JNIEnv* env, jclass,

@@ -151,7 +151,7 @@ public class JNIJavaMailTest {
     public void rawBytesAndSupplementaryCharactersGoThereAndBack() throws Exception {
         // A Content-ID of raw EUC-KR bytes stands in the format string as it is; a path with
         // a character beyond the BMP goes in as four bytes of UTF-8.
-        Path dir = tmp.newFolder("메일😀").toPath();
+        Path dir = tmp.newFolder("메일😀\uD800\uDC00").toPath();
         Path eml = TestMail.write(dir, "😀.eml", TestMail.crlf("Subject: raw",
                 "Content-Type: multipart/related; boundary=\"r\"", "", "--r",
                 "Content-Type: image/png", "Content-ID: <\u00b0\u00a1@x>",

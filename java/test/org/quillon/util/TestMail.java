@@ -13,7 +13,8 @@ import java.util.zip.CRC32;
 final class TestMail {
     static final Charset EUC_KR = Charset.forName("EUC-KR");
     static final String KOREAN = "한글 본문입니다";
-    static final String SUBJECT = "안녕하세요 😀 인사";
+    /** Every length of UTF-8 and the edges of the planes that modified UTF-8 treats apart. */
+    static final String SUBJECT = "안녕하세요 😀 नमस्ते \uD7FB \uDBFF\uDFFD 인사";
     /** Decoded size 30001: the base64 of the attachment ends in "==". */
     static final byte[] DATA = pattern(30001);
     static final byte[] LOGO = pattern(300);
