@@ -7,6 +7,7 @@ import java.nio.file.NoSuchFileException;
 import java.nio.file.Path;
 import java.util.ArrayList;
 import java.util.List;
+import java.util.Objects;
 
 /**
  * A stored message opened for reading, over {@link JNIJavaMail}:
@@ -68,6 +69,7 @@ public final class MailMessage implements AutoCloseable {
 
     /** The first value of a header field of the message, decoded; null if there is none. */
     public String header(String name) throws IOException {
+        Objects.requireNonNull(name, "name");
         StringBuffer sb = new StringBuffer();
         if (JNIJavaMail.GetHeaderValue(handle(), name, sb, true, "", TO_CHARSET, LEVEL)) {
             return sb.toString();
@@ -89,6 +91,7 @@ public final class MailMessage implements AutoCloseable {
      * defaultCharset is taken for parts that do not say theirs.
      */
     public String text(boolean html, String defaultCharset) {
+        Objects.requireNonNull(defaultCharset, "defaultCharset");
         StringBuffer sb = new StringBuffer();
         boolean found = JNIJavaMail.GetText(handle(), sb, html, defaultCharset, "", TO_CHARSET,
                 true, LEVEL);
