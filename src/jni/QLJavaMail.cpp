@@ -277,10 +277,6 @@ bool WriteAttach(JNIEnv* env, jobject attach, const CQLMimeAttachInfo& Attach) {
     return true;
 }
 
-// GetNextAttach and GetNextCID differ only in the operation they call.
-using NextOp = bool (CQLMimeMsgInfo::*)(CQLMimeAttachInfo&, const std::string&, const std::string&,
-                                        const std::string&);
-
 // Called in a handler: the text of the exception in flight goes to the handle.
 void NoteFailure(CQLMimeMsgInfo* pInfo, const char* pszNative) noexcept {
     if (pInfo == nullptr) return;
@@ -324,6 +320,25 @@ void Guarded(CQLMimeMsgInfo* pInfo, const char* pszNative, Work work) noexcept {
     } catch (...) {
         NoteFailure(pInfo, pszNative);
     }
+}
+
+// GetNextAttach and GetNextCID differ only in the operation they call.
+using NextOp = bool (CQLMimeMsgInfo::*)(CQLMimeAttachInfo&, const std::string&, const std::string&,
+                                        const std::string&);
+
+jboolean NextAttach(JNIEnv* env, jlong handle, jobject attach, jstring jDefaultCharset,
+                    jstring jToCharset, jstring jLevel, NextOp op, const char* pszNative) {
+    CQLMimeMsgInfo* pInfo = InfoOf(handle);
+    if (pInfo == nullptr || attach == nullptr) return JNI_FALSE;
+    return Guarded<jboolean>(pInfo, pszNative, JNI_FALSE, [&]() -> jboolean {
+        CQLMimeAttachInfo Attach;
+        std::string strDefaultCharset, strToCharset, strLevel;
+        if (!FromJava(env, jDefaultCharset, strDefaultCharset, jToCharset, strToCharset, jLevel,
+                      strLevel) ||
+            !(pInfo->*op)(Attach, strDefaultCharset, strToCharset, strLevel))
+            return JNI_FALSE;
+        return WriteAttach(env, attach, Attach) ? JNI_TRUE : JNI_FALSE;
+    });
 }
 
 } // namespace
@@ -382,21 +397,6 @@ JNIEXPORT void JNICALL Java_org_quillon_util_JNIJavaMail_InitAttachCursor(JNIEnv
     CQLMimeMsgInfo* pInfo = InfoOf(handle);
     if (pInfo == nullptr) return;
     Guarded(pInfo, "InitAttachCursor", [&] { pInfo->InitAttachCursor(); });
-}
-
-static jboolean NextAttach(JNIEnv* env, jlong handle, jobject attach, jstring jDefaultCharset,
-                           jstring jToCharset, jstring jLevel, NextOp op, const char* pszNative) {
-    CQLMimeMsgInfo* pInfo = InfoOf(handle);
-    if (pInfo == nullptr || attach == nullptr) return JNI_FALSE;
-    return Guarded<jboolean>(pInfo, pszNative, JNI_FALSE, [&]() -> jboolean {
-        CQLMimeAttachInfo Attach;
-        std::string strDefaultCharset, strToCharset, strLevel;
-        if (!FromJava(env, jDefaultCharset, strDefaultCharset, jToCharset, strToCharset, jLevel,
-                      strLevel) ||
-            !(pInfo->*op)(Attach, strDefaultCharset, strToCharset, strLevel))
-            return JNI_FALSE;
-        return WriteAttach(env, attach, Attach) ? JNI_TRUE : JNI_FALSE;
-    });
 }
 
 JNIEXPORT jboolean JNICALL Java_org_quillon_util_JNIJavaMail_GetNextAttach(
