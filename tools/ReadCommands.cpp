@@ -4,6 +4,7 @@
 
 #include "codec/QLConvParser.h"
 #include "foundation/QLStrTokenizerParser.h"
+#include "foundation/QLSystemError.h"
 #include "mime/QLMimeMsg.h"
 #include "reader/QLMimeMsgInfo.h"
 
@@ -41,7 +42,7 @@ bool EndsWith(const std::string& strText, const std::string& strEnd) {
 }
 
 std::string SystemError(const std::string& strPath) {
-    return strPath + ": " + std::strerror(errno);
+    return strPath + ": " + CQLSystemError::GetStrError(errno);
 }
 
 // A format string beside its message is current when it is not older than the message.

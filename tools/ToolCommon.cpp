@@ -1,11 +1,11 @@
 #include "ToolCommon.h"
 
+#include "foundation/QLSystemError.h"
 #include "mime/QLMimeConst.h"
 
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -171,7 +171,7 @@ CAtomicFile::~CAtomicFile() {
 }
 
 bool CAtomicFile::Failed() {
-    m_strLastError = m_strTarget + ": " + std::strerror(errno);
+    m_strLastError = m_strTarget + ": " + CQLSystemError::GetStrError(errno);
     Discard();
     return false;
 }
