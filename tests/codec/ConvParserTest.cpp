@@ -49,12 +49,15 @@ TEST(ConvParser, FixCSRulesInOrder) {
         {"ks_c_5601-1987", "UHC"}, {"KS-C-5601/1987", "UHC"}, {"ksc5601", "EUC-KR"},
         {"ks_c_5601-1989", "EUC-KR"}, {"ms949", "CP949"}, {"ms-foo", "ms-foo"},
         {"ms_949", "ms_949"}, {"shift_jis", "shift-jis"}, {"x_windows_949", "x-windows-949"},
-        {"X-Windows-874", "CP874"}, {"x-windows-9", "x-windows-9"}, {"IBM-eucKR", "EUC-KR"},
+        {"X-Windows-874", "CP874"}, {"x-windows-93", "CP93"}, {"x-windows-9", "x-windows-9"}, {"IBM-eucKR", "EUC-KR"},
         {"5601", "EUC-KR"}, {"utf8", "UTF-8"}, {"utf-8", "utf-8"},
         {"iso-2022-jp", "ISO-2022-JP-MS"}, {"csISO2022JP", "ISO-2022-JP-MS"},
         {"ISO-2022-JP-2", "ISO-2022-JP-2"}, {"gb2312", "GBK"}, {"GB-2312", "GBK"}, {"g", "GBK"},
         {"gb23120", "gb23120"}, {"euc-kr", "UHC"}, {"EUCKR", "UHC"}, {"eu", "UHC"},
         {"euc-jp", "euc-jp"}, {"euc_kr", "euc-kr"}, {"", "GBK"}, {"koi8-r", "koi8-r"},
+        // Shift_JIS labels keep their texts; what stands behind them is the converter's.
+        {"Shift_JIS", "Shift-JIS"}, {"x_sjis", "x-sjis"}, {"sjis", "sjis"},
+        {"MS_Kanji", "MS_Kanji"}, {"csShiftJIS", "csShiftJIS"}, {"windows-31j", "windows-31j"},
     };
     // clang-format on
     for (const auto& c : kCases) EXPECT_EQ(Fix(c[0]), c[1]) << c[0];
@@ -173,8 +176,8 @@ TEST(ConvParser, TailsIllegalSequencesAndAutodetect) {
         {"_autodetect_jp", "UTF-8", true, "\xC6\xC6", "\xEF\xBE\x86\xEF\xBE\x86"},
         // Not Shift_JIS, not 7-bit ISO-2022-JP-2: EUC-JP.
         {"autodetect_jp", "UTF-8", true, "\xC6\xFC\xCB\xDC", kNihon},
-        // 7-bit ISO-2022-JP is valid Shift_JIS too, where 0x5C is the yen sign.
-        {"autodetect_jp", "UTF-8", true, "\x1B$BF|K\\\x1B(B", "\x1B$BF|K\xC2\xA5\x1B(B"},
+        // 7-bit ISO-2022-JP is valid Shift_JIS (read as CP932) too, escapes and all.
+        {"autodetect_jp", "UTF-8", true, "\x1B$BF|K\\\x1B(B", "\x1B$BF|K\\\x1B(B"},
         // A target that cannot be opened fails the first try.
         {"autodetect_kr", "no-such-charset", true, "a", "!In Conv, " + kInOpen},
     };
