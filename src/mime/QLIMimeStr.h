@@ -97,7 +97,9 @@ protected:
     unsigned long m_nLength;
     const char* m_pszData;
     std::unique_ptr<DelimiterIndex> m_pIndex;
-    unsigned long m_nIndexFrom; // the shortest message a parse indexes
+    // The shortest message a parse indexes; tests lower or raise it to compare the indexed
+    // searches with the direct ones.
+    unsigned long m_nIndexFrom;
     bool m_bParsing;
     bool m_bIndexTried;
 };
