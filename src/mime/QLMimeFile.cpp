@@ -62,6 +62,13 @@ long long CQLMimeFile::OpenedFileSize() {
     return m_File.GetSize();
 }
 
+void CQLMimeFile::BeforeReload() {
+    m_vPending.clear();
+    m_vNeedles.clear();
+    m_nPinned = NONE;
+    m_strReadBuf.clear();
+}
+
 void CQLMimeFile::InvalidateCache() {
     m_nWindowStart = 0;
     m_nWindowLen = 0;

@@ -57,7 +57,9 @@ protected:
                         bool bPeek) override;
     void NoteIndexedSearch(const std::string& strFind, unsigned long nFrom,
                            unsigned long nHit) override;
-    void BeforeReload() override { SettleAll(); }
+    // A new file starts with a clean scratch buffer: what the last file left there must not
+    // be searched as part of this one.
+    void BeforeReload() override;
 
 private:
     static constexpr size_t NONE = static_cast<size_t>(-1);
