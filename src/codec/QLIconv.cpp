@@ -1,13 +1,11 @@
 #include "codec/QLIconv.h"
 
+#include "foundation/QLScan.h"
+
 #include <array>
 #include <cerrno>
-#include <cstdint>
 #include <cstring>
 #include <iconv.h>
-#if defined(__SSE2__)
-#include <emmintrin.h>
-#endif
 
 namespace {
 
@@ -179,67 +177,6 @@ inline size_t Utf8Char(const unsigned char* p, size_t n) {
         if (!IsTrail(p[j])) return 0;
     return lead.nLen;
 }
-
-#if defined(__SSE2__)
-inline __m128i Below(__m128i v, unsigned char c) {
-    return _mm_cmplt_epi8(v, _mm_set1_epi8(static_cast<char>(c))); // bytes 0x80 up to c - 1
-}
-
-inline unsigned Mask(__m128i v) {
-    return static_cast<unsigned>(_mm_movemask_epi8(v));
-}
-
-// Blocks of 16 bytes from the start that hold ASCII and characters of two to four bytes only,
-// none overlong and no surrogate. A character that runs past a block is left to the next one,
-// so the result ends between two characters. Whatever else stops it, the five- and six-byte
-// forms included, which Utf8Char reads.
-size_t Utf8Blocks(const unsigned char* p, size_t n) {
-    size_t i = 0;
-    while (n - i >= 16) {
-        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i));
-        const unsigned nHigh = Mask(v);
-        if (nHigh == 0) {
-            i += 16;
-            continue;
-        }
-        // Signed compares: the bytes from 0x80 up are the negative ones, ASCII never matches.
-        const __m128i below90 = Below(v, 0x90), belowA0 = Below(v, 0xA0);
-        const __m128i belowF8 = Below(v, 0xF8);
-        const unsigned nTrail = Mask(Below(v, 0xC0));
-        const unsigned nLead = Mask(_mm_andnot_si128(Below(v, 0xC2), belowF8));
-        const unsigned nLead3 = Mask(_mm_andnot_si128(Below(v, 0xE0), belowF8)); // 3 bytes or more
-        const unsigned nLead4 = Mask(_mm_andnot_si128(Below(v, 0xF0), belowF8));
-        // The second byte after E0, ED and F0 in its narrower range.
-        const __m128i prev = _mm_slli_si128(v, 1);
-        const auto After = [&prev](unsigned char c) {
-            return _mm_cmpeq_epi8(prev, _mm_set1_epi8(static_cast<char>(c)));
-        };
-        const __m128i bad = _mm_or_si128(_mm_or_si128(_mm_and_si128(After(0xE0), belowA0),
-                                                      _mm_andnot_si128(belowA0, After(0xED))),
-                                         _mm_and_si128(After(0xF0), below90));
-        if ((nHigh & ~(nTrail | nLead)) != 0 || Mask(bad) != 0) break;
-        // Continuation bytes stand exactly where the first bytes want them.
-        const unsigned nWanted = (nLead << 1) | (nLead3 << 2) | (nLead4 << 3);
-        if ((nWanted & 0xFFFF) != nTrail) break;
-        if ((nWanted >> 16) == 0)
-            i += 16;
-        else
-            i += 31 - static_cast<size_t>(__builtin_clz(nLead)); // up to the last character
-    }
-    return i;
-}
-#else
-// Words of 8 ASCII bytes from the start.
-size_t Utf8Blocks(const unsigned char* p, size_t n) {
-    size_t i = 0;
-    for (; n - i >= 8; i += 8) {
-        uint64_t w;
-        memcpy(&w, p + i, sizeof(w));
-        if ((w & 0x8080808080808080ULL) != 0) break;
-    }
-    return i;
-}
-#endif
 
 } // namespace
 
@@ -766,7 +703,7 @@ size_t CQLIconv::Utf8Span(const char* pText, size_t nLen) {
     const unsigned char* p = reinterpret_cast<const unsigned char*>(pText);
     size_t i = 0;
     for (;;) {
-        i += Utf8Blocks(p + i, nLen - i);
+        i += CQLScan::Utf8Run(p + i, nLen - i);
         if (i == nLen) return i;
         const size_t k = Utf8Char(p + i, nLen - i);
         if (k == 0) return i;

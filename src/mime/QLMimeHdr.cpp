@@ -1,13 +1,13 @@
 #include "mime/QLMimeHdr.h"
 
 #include "codec/QLHdrCodec.h"
+#include "foundation/QLScan.h"
 #include "foundation/QLStringParser.h"
 #include "mime/QLMimeFile.h"
 #include "mime/QLMimeStr.h"
 
 #include <cctype>
 #include <cstring>
-#include <emmintrin.h>
 #include <strings.h>
 
 namespace {
@@ -45,38 +45,6 @@ int FindPrefix(const char* pText, const char* const* ppNames, const int* pnLens)
     return i;
 }
 
-// The line at p, up to and including its LF or to the end of n bytes, and its first colon,
-// found in one pass: header lines are short, and each needs both.
-inline LineView ScanLine(const char* p, size_t n) {
-    LineView line;
-    line.p = p;
-    const __m128i vLF = _mm_set1_epi8('\n');
-    const __m128i vColon = _mm_set1_epi8(':');
-    size_t i = 0;
-    for (; i + 16 <= n; i += 16) {
-        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i));
-        const unsigned int nLF =
-            static_cast<unsigned int>(_mm_movemask_epi8(_mm_cmpeq_epi8(v, vLF)));
-        unsigned int nColon =
-            static_cast<unsigned int>(_mm_movemask_epi8(_mm_cmpeq_epi8(v, vColon)));
-        if (nLF != 0) nColon &= (nLF & (0u - nLF)) - 1; // colons before the LF
-        if (line.pColon == nullptr && nColon != 0) line.pColon = p + i + __builtin_ctz(nColon);
-        if (nLF != 0) {
-            line.n = i + __builtin_ctz(nLF) + 1;
-            return line;
-        }
-    }
-    for (; i < n; ++i) {
-        if (p[i] == ':' && line.pColon == nullptr) line.pColon = p + i;
-        if (p[i] == '\n') {
-            line.n = i + 1;
-            return line;
-        }
-    }
-    line.n = n;
-    return line;
-}
-
 // Lines of a message in memory: from the offset to the next LF, LF included, or to the end.
 class MemLineReader {
 public:
@@ -85,7 +53,9 @@ public:
     LineView operator()(unsigned long nPos) {
         LineView line;
         if (nPos >= m_strData.size()) return line;
-        return ScanLine(m_strData.data() + nPos, m_strData.size() - nPos);
+        line.p = m_strData.data() + nPos;
+        line.n = CQLScan::HeaderLine(line.p, m_strData.size() - nPos, line.pColon);
+        return line;
     }
 
 private:

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <emmintrin.h>
 #include <stdexcept>
 #include <unistd.h>
 

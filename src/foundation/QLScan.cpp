@@ -1,0 +1,386 @@
+#include "foundation/QLScan.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+
+// The vector forms are compiled for x86-64 only, where SSE2 is always there and AVX2 is asked
+// for at run time. QLMAIL_PORTABLE leaves them out, to build as for any other processor.
+#if defined(__x86_64__) && !defined(QLMAIL_PORTABLE)
+#define QLMAIL_SCAN_X86 1
+#include <immintrin.h>
+#endif
+
+// ---------------------------------------------------------------------------------------------
+// Portable forms: the C library's searches, which have a vector form on most processors, and
+// words of eight bytes.
+
+namespace {
+
+const uint64_t kOnes = 0x0101010101010101ull;
+const uint64_t kLow7 = 0x7F7F7F7F7F7F7F7Full;
+
+// 1 in each byte of w that equals c, 0 in the others. Exact: no carry crosses a byte.
+inline uint64_t BytesEqual(uint64_t w, unsigned char c) {
+    const uint64_t x = w ^ (kOnes * c);
+    const uint64_t nNonZero = ((x & kLow7) + kLow7) | x; // top bit of each byte that isn't 0
+    return (~nNonZero >> 7) & kOnes;
+}
+
+// Byte-wide counters, summed before they can overflow.
+unsigned long CountLFPortable(const char* p, unsigned long n) {
+    unsigned long nCount = 0, i = 0;
+    while (n - i >= 8) {
+        uint64_t nAcc = 0;
+        const unsigned long nWords = std::min<unsigned long>((n - i) / 8, 255);
+        for (unsigned long k = 0; k < nWords; ++k, i += 8) {
+            uint64_t w;
+            memcpy(&w, p + i, 8);
+            nAcc += BytesEqual(w, '\n');
+        }
+        // Pairs of bytes into four 16-bit sums, whose total the multiply gathers in the top.
+        nAcc = (nAcc & 0x00FF00FF00FF00FFull) + ((nAcc >> 8) & 0x00FF00FF00FF00FFull);
+        nCount += static_cast<unsigned long>((nAcc * 0x0001000100010001ull) >> 48);
+    }
+    for (; i < n; ++i) nCount += p[i] == '\n';
+    return nCount;
+}
+
+const char* LineEndPortable(const char* p, size_t n) {
+    const char* pLF = static_cast<const char*>(memchr(p, '\n', n));
+    const size_t nLine = pLF != nullptr ? static_cast<size_t>(pLF - p) : n;
+    const char* pCR = static_cast<const char*>(memchr(p, '\r', nLine));
+    return pCR != nullptr ? pCR : p + nLine;
+}
+
+size_t HeaderLinePortable(const char* p, size_t n, const char*& pColon) {
+    const char* pLF = static_cast<const char*>(memchr(p, '\n', n));
+    const size_t nLine = pLF != nullptr ? static_cast<size_t>(pLF - p) + 1 : n;
+    pColon = static_cast<const char*>(memchr(p, ':', nLine));
+    return nLine;
+}
+
+// Words of ASCII.
+size_t Utf8RunPortable(const unsigned char* p, size_t n) {
+    size_t i = 0;
+    for (; n - i >= 8; i += 8) {
+        uint64_t w;
+        memcpy(&w, p + i, 8);
+        if ((w & (kOnes << 7)) != 0) break;
+    }
+    return i;
+}
+
+} // namespace
+
+// ---------------------------------------------------------------------------------------------
+// Vector forms
+
+#ifdef QLMAIL_SCAN_X86
+namespace {
+
+// Counting newlines runs over every body byte, more than once per parse: a vector step, with
+// byte-wide counters summed before they can overflow.
+unsigned long CountLFSse2(const char* p, unsigned long n) {
+    const __m128i vLF = _mm_set1_epi8('\n');
+    unsigned long nCount = 0, i = 0;
+    while (n - i >= 16) {
+        __m128i vAcc = _mm_setzero_si128();
+        const unsigned long nBlocks = std::min<unsigned long>((n - i) / 16, 255);
+        for (unsigned long k = 0; k < nBlocks; ++k, i += 16) {
+            const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i));
+            vAcc = _mm_sub_epi8(vAcc, _mm_cmpeq_epi8(v, vLF));
+        }
+        const __m128i vSum = _mm_sad_epu8(vAcc, _mm_setzero_si128());
+        nCount += static_cast<unsigned long>(_mm_cvtsi128_si64(vSum)) +
+                  static_cast<unsigned long>(_mm_extract_epi16(vSum, 4));
+    }
+    for (; i < n; ++i) nCount += p[i] == '\n';
+    return nCount;
+}
+
+__attribute__((target("avx2"))) unsigned long CountLFAvx2(const char* p, unsigned long n) {
+    const __m256i vLF = _mm256_set1_epi8('\n');
+    unsigned long nCount = 0, i = 0;
+    while (n - i >= 32) {
+        __m256i vAcc = _mm256_setzero_si256();
+        const unsigned long nBlocks = std::min<unsigned long>((n - i) / 32, 255);
+        for (unsigned long k = 0; k < nBlocks; ++k, i += 32) {
+            const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p + i));
+            vAcc = _mm256_sub_epi8(vAcc, _mm256_cmpeq_epi8(v, vLF));
+        }
+        const __m256i vSum = _mm256_sad_epu8(vAcc, _mm256_setzero_si256());
+        nCount += static_cast<unsigned long>(_mm256_extract_epi64(vSum, 0)) +
+                  static_cast<unsigned long>(_mm256_extract_epi64(vSum, 1)) +
+                  static_cast<unsigned long>(_mm256_extract_epi64(vSum, 2)) +
+                  static_cast<unsigned long>(_mm256_extract_epi64(vSum, 3));
+    }
+    return nCount + CountLFSse2(p + i, n - i);
+}
+
+// Delimiters ("\n--...") are searched for over whole bodies: candidates are filtered a vector
+// at a time on the needle's first two bytes, which rarely stand together in a body, and only
+// those are compared in full. The AVX2 search also counts the newlines before the match in
+// the same pass, because the parser needs the line count of every body it searches; without
+// AVX2 they are counted afterwards. Both leave in i where they stopped: the positions before
+// it have been searched.
+const char* FindSse2(const char* pHay, size_t nHay, const char* pNeedle, size_t nNeedle,
+                     size_t& i) {
+    const __m128i vFirst = _mm_set1_epi8(pNeedle[0]);
+    const __m128i vSecond = _mm_set1_epi8(pNeedle[1]);
+    const size_t nLast = nHay - nNeedle; // last start position
+    for (; i + 16 <= nLast + 1 && i + 17 <= nHay; i += 16) {
+        const __m128i v0 = _mm_loadu_si128(reinterpret_cast<const __m128i*>(pHay + i));
+        const __m128i v1 = _mm_loadu_si128(reinterpret_cast<const __m128i*>(pHay + i + 1));
+        unsigned int nMask = static_cast<unsigned int>(_mm_movemask_epi8(
+            _mm_and_si128(_mm_cmpeq_epi8(v0, vFirst), _mm_cmpeq_epi8(v1, vSecond))));
+        while (nMask != 0) {
+            const size_t nAt = i + static_cast<size_t>(__builtin_ctz(nMask));
+            if (memcmp(pHay + nAt + 2, pNeedle + 2, nNeedle - 2) == 0) return pHay + nAt;
+            nMask &= nMask - 1;
+        }
+    }
+    return nullptr;
+}
+
+template <bool kCount>
+__attribute__((target("avx2,popcnt"))) const char* FindAvx2(const char* pHay, size_t nHay,
+                                                            const char* pNeedle, size_t nNeedle,
+                                                            size_t& i, unsigned long& nLF) {
+    const __m256i vFirst = _mm256_set1_epi8(pNeedle[0]);
+    const __m256i vSecond = _mm256_set1_epi8(pNeedle[1]);
+    const __m256i vLF = _mm256_set1_epi8('\n');
+    const size_t nLast = nHay - nNeedle;
+    for (; i + 32 <= nLast + 1 && i + 33 <= nHay; i += 32) {
+        const __m256i v0 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(pHay + i));
+        const __m256i v1 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(pHay + i + 1));
+        const __m256i vEq0 = _mm256_cmpeq_epi8(v0, vFirst);
+        unsigned int nMask = static_cast<unsigned int>(
+            _mm256_movemask_epi8(_mm256_and_si256(vEq0, _mm256_cmpeq_epi8(v1, vSecond))));
+        unsigned int nLFMask = 0;
+        if (kCount)
+            nLFMask = static_cast<unsigned int>(
+                _mm256_movemask_epi8(pNeedle[0] == '\n' ? vEq0 : _mm256_cmpeq_epi8(v0, vLF)));
+        while (nMask != 0) {
+            const unsigned int nBit = static_cast<unsigned int>(__builtin_ctz(nMask));
+            const size_t nAt = i + nBit;
+            if (memcmp(pHay + nAt + 2, pNeedle + 2, nNeedle - 2) == 0) {
+                if (kCount) {
+                    const unsigned int nUpTo = (2u << nBit) - 1u; // bits 0..nBit
+                    nLF += static_cast<unsigned long>(__builtin_popcount(nLFMask & nUpTo));
+                }
+                return pHay + nAt;
+            }
+            nMask &= nMask - 1;
+        }
+        if (kCount) nLF += static_cast<unsigned long>(__builtin_popcount(nLFMask));
+    }
+    return nullptr;
+}
+
+const char* LineEndSse2(const char* p, size_t n) {
+    const __m128i vCR = _mm_set1_epi8('\r');
+    const __m128i vLF = _mm_set1_epi8('\n');
+    size_t i = 0;
+    for (; i + 16 <= n; i += 16) {
+        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i));
+        const unsigned int nMask = static_cast<unsigned int>(
+            _mm_movemask_epi8(_mm_or_si128(_mm_cmpeq_epi8(v, vCR), _mm_cmpeq_epi8(v, vLF))));
+        if (nMask != 0) return p + i + __builtin_ctz(nMask);
+    }
+    for (; i < n; ++i)
+        if (p[i] == '\r' || p[i] == '\n') return p + i;
+    return p + n;
+}
+
+// Header lines are short, and each needs both its end and its first colon: one pass.
+size_t HeaderLineSse2(const char* p, size_t n, const char*& pColon) {
+    const __m128i vLF = _mm_set1_epi8('\n');
+    const __m128i vColon = _mm_set1_epi8(':');
+    pColon = nullptr;
+    size_t i = 0;
+    for (; i + 16 <= n; i += 16) {
+        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i));
+        const unsigned int nLF =
+            static_cast<unsigned int>(_mm_movemask_epi8(_mm_cmpeq_epi8(v, vLF)));
+        unsigned int nColon =
+            static_cast<unsigned int>(_mm_movemask_epi8(_mm_cmpeq_epi8(v, vColon)));
+        if (nLF != 0) nColon &= (nLF & (0u - nLF)) - 1; // colons before the LF
+        if (pColon == nullptr && nColon != 0) pColon = p + i + __builtin_ctz(nColon);
+        if (nLF != 0) return i + __builtin_ctz(nLF) + 1;
+    }
+    for (; i < n; ++i) {
+        if (p[i] == ':' && pColon == nullptr) pColon = p + i;
+        if (p[i] == '\n') return i + 1;
+    }
+    return n;
+}
+
+inline __m128i Below(__m128i v, unsigned char c) {
+    return _mm_cmplt_epi8(v, _mm_set1_epi8(static_cast<char>(c))); // bytes 0x80 up to c - 1
+}
+
+inline unsigned Mask(__m128i v) {
+    return static_cast<unsigned>(_mm_movemask_epi8(v));
+}
+
+// Blocks of 16 bytes that hold ASCII and characters of two to four bytes only. A character
+// that runs past a block is left to the next one, so the run ends between two characters.
+// Whatever else stops it, the five- and six-byte forms included.
+size_t Utf8RunSse2(const unsigned char* p, size_t n) {
+    size_t i = 0;
+    while (n - i >= 16) {
+        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i));
+        const unsigned nHigh = Mask(v);
+        if (nHigh == 0) {
+            i += 16;
+            continue;
+        }
+        // Signed compares: the bytes from 0x80 up are the negative ones, ASCII never matches.
+        const __m128i below90 = Below(v, 0x90), belowA0 = Below(v, 0xA0);
+        const __m128i belowF8 = Below(v, 0xF8);
+        const unsigned nTrail = Mask(Below(v, 0xC0));
+        const unsigned nLead = Mask(_mm_andnot_si128(Below(v, 0xC2), belowF8));
+        const unsigned nLead3 = Mask(_mm_andnot_si128(Below(v, 0xE0), belowF8)); // 3 bytes or more
+        const unsigned nLead4 = Mask(_mm_andnot_si128(Below(v, 0xF0), belowF8));
+        // The second byte after E0, ED and F0 in its narrower range.
+        const __m128i prev = _mm_slli_si128(v, 1);
+        const auto After = [&prev](unsigned char c) {
+            return _mm_cmpeq_epi8(prev, _mm_set1_epi8(static_cast<char>(c)));
+        };
+        const __m128i bad = _mm_or_si128(_mm_or_si128(_mm_and_si128(After(0xE0), belowA0),
+                                                      _mm_andnot_si128(belowA0, After(0xED))),
+                                         _mm_and_si128(After(0xF0), below90));
+        if ((nHigh & ~(nTrail | nLead)) != 0 || Mask(bad) != 0) break;
+        // Continuation bytes stand exactly where the first bytes want them.
+        const unsigned nWanted = (nLead << 1) | (nLead3 << 2) | (nLead4 << 3);
+        if ((nWanted & 0xFFFF) != nTrail) break;
+        if ((nWanted >> 16) == 0)
+            i += 16;
+        else
+            i += 31 - static_cast<size_t>(__builtin_clz(nLead)); // up to the last character
+    }
+    return i;
+}
+
+} // namespace
+#endif
+
+// ---------------------------------------------------------------------------------------------
+
+bool CQLScan::Runs(Form eForm) {
+#ifdef QLMAIL_SCAN_X86
+    if (eForm != AVX2) return true;
+    __builtin_cpu_init(); // may run before the C library's constructors
+    return __builtin_cpu_supports("avx2") && __builtin_cpu_supports("popcnt");
+#else
+    return eForm == PORTABLE;
+#endif
+}
+
+CQLScan::Form CQLScan::Detect() {
+    return Runs(AVX2) ? AVX2 : Runs(SSE2) ? SSE2 : PORTABLE;
+}
+
+namespace {
+
+// The form asked for, or the best that runs when it does not.
+CQLScan::Form Effective(CQLScan::Form eForm) {
+    return std::min(eForm, CQLScan::Best());
+}
+
+} // namespace
+
+unsigned long CQLScan::CountLF(const char* p, unsigned long n, Form eForm) {
+    switch (Effective(eForm)) {
+#ifdef QLMAIL_SCAN_X86
+    case AVX2:
+        return CountLFAvx2(p, n);
+    case SSE2:
+        return CountLFSse2(p, n);
+#endif
+    default:
+        return CountLFPortable(p, n);
+    }
+}
+
+const char* CQLScan::Find(const char* pHay, size_t nHay, const char* pNeedle, size_t nNeedle,
+                          unsigned long* pnLF, Form eForm) {
+    eForm = Effective(eForm);
+    if (pnLF != nullptr) *pnLF = 0;
+    if (nNeedle == 0) {
+        // An empty needle matches at the start, whose byte the count includes.
+        if (pnLF != nullptr && nHay > 0) *pnLF = pHay[0] == '\n' ? 1 : 0;
+        return pHay;
+    }
+    if (nNeedle > nHay) {
+        if (pnLF != nullptr) *pnLF = CountLF(pHay, nHay, eForm);
+        return nullptr;
+    }
+    const char* pHit = nullptr;
+    size_t nCounted = 0; // newlines before nCounted are in nLF
+    unsigned long nLF = 0;
+    if (nNeedle == 1) {
+        pHit = static_cast<const char*>(memchr(pHay, pNeedle[0], nHay));
+    } else if (eForm == PORTABLE) {
+        pHit = static_cast<const char*>(memmem(pHay, nHay, pNeedle, nNeedle));
+    } else {
+#ifdef QLMAIL_SCAN_X86
+        size_t i = 0; // positions before i have been searched
+        if (eForm == AVX2 && pnLF != nullptr) {
+            pHit = FindAvx2<true>(pHay, nHay, pNeedle, nNeedle, i, nLF);
+            nCounted = pHit != nullptr ? pHit - pHay + 1 : i;
+        } else if (eForm == AVX2) {
+            pHit = FindAvx2<false>(pHay, nHay, pNeedle, nNeedle, i, nLF);
+        } else {
+            pHit = FindSse2(pHay, nHay, pNeedle, nNeedle, i);
+        }
+        // The last positions, fewer than a vector's worth, one at a time.
+        for (const size_t nLast = nHay - nNeedle; pHit == nullptr && i <= nLast; ++i)
+            if (pHay[i] == pNeedle[0] && memcmp(pHay + i + 1, pNeedle + 1, nNeedle - 1) == 0)
+                pHit = pHay + i;
+#endif
+    }
+    if (pnLF != nullptr) {
+        const size_t nUpTo = pHit != nullptr ? pHit - pHay + 1 : nHay;
+        if (nCounted < nUpTo) nLF += CountLF(pHay + nCounted, nUpTo - nCounted, eForm);
+        *pnLF = nLF;
+    }
+    return pHit;
+}
+
+const char* CQLScan::LineEnd(const char* p, size_t n, Form eForm) {
+    switch (Effective(eForm)) {
+#ifdef QLMAIL_SCAN_X86
+    case AVX2:
+    case SSE2:
+        return LineEndSse2(p, n);
+#endif
+    default:
+        return LineEndPortable(p, n);
+    }
+}
+
+size_t CQLScan::HeaderLine(const char* p, size_t n, const char*& pColon, Form eForm) {
+    switch (Effective(eForm)) {
+#ifdef QLMAIL_SCAN_X86
+    case AVX2:
+    case SSE2:
+        return HeaderLineSse2(p, n, pColon);
+#endif
+    default:
+        return HeaderLinePortable(p, n, pColon);
+    }
+}
+
+size_t CQLScan::Utf8Run(const unsigned char* p, size_t n, Form eForm) {
+    switch (Effective(eForm)) {
+#ifdef QLMAIL_SCAN_X86
+    case AVX2:
+    case SSE2:
+        return Utf8RunSse2(p, n);
+#endif
+    default:
+        return Utf8RunPortable(p, n);
+    }
+}
