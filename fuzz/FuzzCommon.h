@@ -3,11 +3,23 @@
 
 #include "mime/QLMimeMsg.h"
 
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
 #include <sstream>
 #include <stdexcept>
 #include <string>
 #include <sys/mman.h>
 #include <unistd.h>
+
+// The test script proves that its fuzz gate can fail: it names an input in QLMAIL_FUZZ_PLANT,
+// and a target stops on it as on a real finding. Every target calls this first.
+inline void AbortOnPlantedInput(const uint8_t* pData, size_t nSize) {
+    static const char* const pszPlant = std::getenv("QLMAIL_FUZZ_PLANT");
+    if (pszPlant != nullptr && nSize == std::strlen(pszPlant) &&
+        std::memcmp(pData, pszPlant, nSize) == 0)
+        std::abort();
+}
 
 // The bytes as a file that CQLMimeFile can open by path, without touching the disk.
 class MemFile {

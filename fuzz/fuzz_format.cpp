@@ -14,6 +14,7 @@ const std::string kMessage =
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t nSize) {
+    AbortOnPlantedInput(pData, nSize);
     const std::string strFormat(reinterpret_cast<const char*>(pData), nSize);
     static MemFile file(kMessage);
     for (bool bFile : {false, true}) {

@@ -35,6 +35,7 @@ void Check(bool bOk, const char* pszWhat) {
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t nSize) {
+    AbortOnPlantedInput(pData, nSize);
     const std::string strData(reinterpret_cast<const char*>(pData), nSize);
     CQLMimeMsg mem;
     const bool bMem = mem.Open(strData, false);

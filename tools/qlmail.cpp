@@ -16,10 +16,15 @@ namespace {
 const char* const kUsage =
     "usage: qlmail COMMAND [ARGS]\n"
     "\n"
-    "  parts [--json] FILE    list the parts of a message: number, type, encoding, the eight\n"
-    "                         offsets HSO HEO TSO TEO MSO MEO BSO BEO, lines, charset,\n"
-    "                         Content-ID and file name\n"
-    "  format [--json] FILE   write the format string of a message\n"
+    "  parts [--json] FILE    list the parts of a message: number (\"top\" for the message\n"
+    "                         itself), type, encoding, the eight byte offsets, lines, charset,\n"
+    "                         Content-ID and file name. Offsets are start,end pairs: HSO,HEO\n"
+    "                         the message header (top only), TSO,TEO the range of a multipart\n"
+    "                         or of the whole message, MSO,MEO the part's own header block,\n"
+    "                         BSO,BEO its body\n"
+    "  format [--json] FILE   print the format string of a message: one record per part, each\n"
+    "                         ended by the byte 0x05. A store keeps these bytes unchanged\n"
+    "                         beside the message to read it later without parsing it again\n"
     "  b64                    decode base64 from standard input to standard output\n"
     "  qp                     decode quoted-printable from standard input to standard output\n"
     "  --version              print the library version\n"
@@ -142,18 +147,22 @@ std::string Json(const std::string& strText) {
     return strOut + "\"";
 }
 
+// The top of the message has the empty number; people and scripts call it "top".
+std::string PartName(const std::string& strDepth) {
+    return strDepth.empty() ? "top" : strDepth;
+}
+
 void PrintParts(const CQLMimeMsg& msg, const std::string& strPath, bool bJson) {
     if (!bJson) {
         std::printf("# part\ttype\tencoding\tHSO,HEO,TSO,TEO,MSO,MEO,BSO,BEO\tlines\tcharset\t"
                     "content-id\tfilename\n");
         for (const CQLMimeMsg* p : msg) {
             std::printf("%s\t%s/%s\t%s\t%u,%u,%u,%u,%u,%u,%u,%u\t%d\t%s\t%s\t%s\n",
-                        p->m_strDepth.empty() ? "top" : p->m_strDepth.c_str(),
-                        TypeName(p->m_CT).c_str(), SubTypeName(p->m_SubCT).c_str(),
-                        EncodingName(p->m_Encoder).c_str(), p->m_nHSO, p->m_nHEO, p->m_nTSO,
-                        p->m_nTEO, p->m_nMSO, p->m_nMEO, p->m_nBSO, p->m_nBEO, p->m_nLineCnt,
-                        Printable(p->m_strCharSet).c_str(), Printable(p->m_strCID).c_str(),
-                        Printable(p->m_strFilename).c_str());
+                        PartName(p->m_strDepth).c_str(), TypeName(p->m_CT).c_str(),
+                        SubTypeName(p->m_SubCT).c_str(), EncodingName(p->m_Encoder).c_str(),
+                        p->m_nHSO, p->m_nHEO, p->m_nTSO, p->m_nTEO, p->m_nMSO, p->m_nMEO, p->m_nBSO,
+                        p->m_nBEO, p->m_nLineCnt, Printable(p->m_strCharSet).c_str(),
+                        Printable(p->m_strCID).c_str(), Printable(p->m_strFilename).c_str());
         }
         return;
     }
@@ -168,7 +177,8 @@ void PrintParts(const CQLMimeMsg& msg, const std::string& strPath, bool bJson) {
                       p->m_nBEO);
         strOut += bFirst ? "\n  " : ",\n  ";
         bFirst = false;
-        strOut += "{\"number\": " + Json(p->m_strDepth) + ", \"type\": " + Json(TypeName(p->m_CT)) +
+        strOut += "{\"number\": " + Json(PartName(p->m_strDepth)) +
+                  ", \"type\": " + Json(TypeName(p->m_CT)) +
                   ", \"subtype\": " + Json(SubTypeName(p->m_SubCT)) +
                   ", \"encoding\": " + Json(EncodingName(p->m_Encoder)) +
                   ", \"offsets\": " + szOffsets + ", \"lines\": " + std::to_string(p->m_nLineCnt) +

@@ -10,7 +10,6 @@
 
 namespace {
 
-const unsigned long kWindow = 64 * 1024;
 const char* const kPrefix = "In CQLMimeFile::SubStr(), ";
 const char* const kInvalidParameter = "In CQLMimeFile::SubStr(), invalid parameter";
 
@@ -69,10 +68,10 @@ void CQLMimeFile::InvalidateCache() {
 bool CQLMimeFile::Fill(unsigned long nOffset) {
     // Like the window's bytes, the end of the file once seen is not asked again.
     if (nOffset >= m_nEndSeen) return false;
-    if (!m_pWindow) m_pWindow.reset(new char[kWindow]);
+    if (!m_pWindow) m_pWindow.reset(new char[WINDOW]);
     const int nFD = m_File.GetFD();
     for (;;) {
-        ssize_t n = pread(nFD, m_pWindow.get(), kWindow, static_cast<off_t>(nOffset));
+        ssize_t n = pread(nFD, m_pWindow.get(), WINDOW, static_cast<off_t>(nOffset));
         if (n < 0 && errno == EINTR) continue;
         if (n < 0) {
             InvalidateCache();
@@ -86,7 +85,7 @@ bool CQLMimeFile::Fill(unsigned long nOffset) {
         }
         m_nWindowStart = nOffset;
         m_nWindowLen = static_cast<unsigned long>(n);
-        if (m_nWindowLen < kWindow) m_nEndSeen = m_nWindowStart + m_nWindowLen;
+        if (m_nWindowLen < WINDOW) m_nEndSeen = m_nWindowStart + m_nWindowLen;
         return true;
     }
 }
@@ -103,7 +102,7 @@ unsigned long CQLMimeFile::ReadAt(unsigned long nOffset, unsigned long nLen, cha
             continue;
         }
         if (nPos >= m_nEndSeen) break;
-        if (nLen - nDone >= kWindow) {
+        if (nLen - nDone >= WINDOW) {
             // A large range goes straight to its destination.
             ssize_t n =
                 pread(m_File.GetFD(), pDest + nDone, nLen - nDone, static_cast<off_t>(nPos));
@@ -179,15 +178,12 @@ const char* CQLMimeFile::BlockAt(unsigned long nOffset, unsigned long nWant, uns
     unsigned long nAvail = 0;
     const char* p = WindowAt(nOffset, nAvail);
     if (p != nullptr && nAvail < nWant && nOffset + nAvail < m_nEndSeen) {
-        // The block runs past the window: move the window to it.
+        // The block runs past the window: move the window to it. A window starting at the
+        // block holds all of it, or the file ends inside it.
         if (Fill(nOffset)) p = WindowAt(nOffset, nAvail);
     }
     nGot = p == nullptr ? 0 : std::min(nWant, nAvail);
-    if (p == nullptr || nGot == nWant || nOffset + nAvail >= m_nEndSeen) return p;
-    // Still short of the end (a read that gave less): read it out.
-    if (m_strBlock.size() < nWant) m_strBlock.resize(nWant);
-    nGot = ReadAt(nOffset, nWant, &m_strBlock[0]);
-    return m_strBlock.data();
+    return p;
 }
 
 unsigned long CQLMimeFile::Find(const std::string& strFind, unsigned long nFrom, int* pnLine,

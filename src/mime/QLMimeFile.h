@@ -49,6 +49,8 @@ protected:
 
 private:
     static constexpr unsigned long BLOCK = 4096;
+    static constexpr unsigned long WINDOW = 64 * 1024;
+    static_assert(BLOCK <= WINDOW, "a block must fit in the window");
 
     // Up to nLen bytes at nOffset, fewer at the end of the file. Throws on a read error.
     unsigned long ReadAt(unsigned long nOffset, unsigned long nLen, char* pDest);
@@ -57,6 +59,7 @@ private:
     // The window's bytes from nOffset on, or null at the end of the file.
     const char* WindowAt(unsigned long nOffset, unsigned long& nAvail);
     // nWant bytes at nOffset (fewer at the end of the file), from the window where they lie.
+    // nWant is at most a block, far less than a window.
     const char* BlockAt(unsigned long nOffset, unsigned long nWant, unsigned long& nGot);
     void PrepareReadBuf();
     // Reads the range block by block through pBlock and hands each block to put, which
@@ -69,7 +72,6 @@ private:
     unsigned long ClampToLength(unsigned long nOffset, unsigned long nLen) const;
 
     std::string m_strReadBuf;
-    std::string m_strBlock;
     std::unique_ptr<char[]> m_pWindow;
     unsigned long m_nWindowStart;
     unsigned long m_nWindowLen;

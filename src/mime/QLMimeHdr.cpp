@@ -246,11 +246,16 @@ size_t RawLength(const char* p, size_t n) {
 } // namespace
 
 void CQLMimeHdr::AddField(const char* pRaw, size_t nRaw, int nColon) {
-    AddField(std::string(pRaw, RawLength(pRaw, nRaw)), nColon);
+    AddRawField(std::string(pRaw, RawLength(pRaw, nRaw)), nColon);
 }
 
 void CQLMimeHdr::AddField(std::string&& strRaw, int nColon) {
     strRaw.resize(RawLength(strRaw.data(), strRaw.size()));
+    AddRawField(std::move(strRaw), nColon);
+}
+
+// The line end is off already: taking it off again would eat a CR of "\r\r\n".
+void CQLMimeHdr::AddRawField(std::string&& strRaw, int nColon) {
     const size_t nCut = nColon < 0 ? 0 : std::min<size_t>(nColon, strRaw.size());
     size_t nFrom = 0, nTo = nCut;
     while (nFrom < nTo && CQLStringParser::m_TableTrim[static_cast<unsigned char>(strRaw[nFrom])])
@@ -268,13 +273,11 @@ void CQLMimeHdr::AddField(std::string&& strRaw, int nColon) {
         strValue.assign(strRaw, nStart, std::string::npos);
     }
 
+    // The value has lost its leading blanks already, unless it is one blank.
     if (!m_bAttachment && strName.size() >= 19 &&
-        strncasecmp(strName.c_str(), "Content-Disposition", 19) == 0) {
-        size_t k = 0;
-        while (k < strValue.size() && strValue[k] == ' ') ++k;
-        if (strValue.size() > 12 + k && strncasecmp(strValue.c_str() + k, "attachment;", 11) == 0)
-            m_bAttachment = true;
-    }
+        strncasecmp(strName.c_str(), "Content-Disposition", 19) == 0 && strValue.size() > 12 &&
+        strncasecmp(strValue.c_str(), "attachment;", 11) == 0)
+        m_bAttachment = true;
     emplace_back(std::move(strName), std::move(strValue), std::move(strRaw));
 }
 

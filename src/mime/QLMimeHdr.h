@@ -56,10 +56,12 @@ public:
     bool m_bAttachment;
 
 private:
+    // Append the field whose lines these are, line end included.
     void AddField(const char* pRaw, size_t nRaw, int nColon);
-    // Appends the field with this raw text, its name and value cut from it, and notes an
-    // attachment disposition.
     void AddField(std::string&& strRaw, int nColon);
+    // Appends the field with this raw text, its line end taken off already, its name and
+    // value cut from it, and notes an attachment disposition.
+    void AddRawField(std::string&& strRaw, int nColon);
     unsigned long ParseBlock(CQLIMimeStr* pMimeStr, unsigned long nOffset);
     // Reads one field with the given way of getting a line at an offset.
     template <class LineReader>

@@ -49,7 +49,7 @@ TEST(ConvParser, FixCSRulesInOrder) {
         {"ks_c_5601-1987", "UHC"}, {"KS-C-5601/1987", "UHC"}, {"ksc5601", "EUC-KR"},
         {"ks_c_5601-1989", "EUC-KR"}, {"ms949", "CP949"}, {"ms-foo", "ms-foo"},
         {"ms_949", "ms_949"}, {"shift_jis", "shift-jis"}, {"x_windows_949", "x-windows-949"},
-        {"X-Windows-874", "CP874"}, {"x-windows-9", "x-windows-9"}, {"IBM-eucKR", "EUC-KR"},
+        {"X-Windows-874", "CP874"}, {"x-windows-93", "CP93"}, {"x-windows-9", "x-windows-9"}, {"IBM-eucKR", "EUC-KR"},
         {"5601", "EUC-KR"}, {"utf8", "UTF-8"}, {"utf-8", "utf-8"},
         {"iso-2022-jp", "ISO-2022-JP-MS"}, {"csISO2022JP", "ISO-2022-JP-MS"},
         {"ISO-2022-JP-2", "ISO-2022-JP-2"}, {"gb2312", "GBK"}, {"GB-2312", "GBK"}, {"g", "GBK"},

@@ -122,7 +122,17 @@ TEST(ImapUtf7, CharacterFunctions) {
     nState = nShifted;
     EXPECT_EQ(Put(nState, ' ', 2), "-2:");
     EXPECT_EQ(nState, nShifted);
+    EXPECT_EQ(Put(nState, ' ', 3), "2:w- ");
+    nState = nShifted;
     EXPECT_EQ(Put(nState, kReset, 1), "-2:");
     EXPECT_EQ(Put(nState, kReset, 2), "2:w-");
     EXPECT_EQ(nState, 0u);
+    // Three units fill whole groups: nothing pending, so the "-" and the character need 2.
+    for (int i = 0; i < 3; ++i) Put(nState, 0xFC, 16);
+    const unsigned int nWhole = nState;
+    EXPECT_EQ(Put(nState, ' ', 1), "-2:");
+    EXPECT_EQ(Put(nState, ' ', 2), "1:- ");
+    nState = nWhole;
+    EXPECT_EQ(Put(nState, kReset, 0), "-2:");
+    EXPECT_EQ(Put(nState, kReset, 1), "1:-");
 }

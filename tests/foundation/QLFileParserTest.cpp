@@ -238,6 +238,13 @@ TEST_P(FileParser, ReadOverwritesWhatTheBufferGaveAndMeetsTheEnd) {
     EXPECT_EQ(f->Read(vBuf.data(), 8191), 0u);
     EXPECT_EQ(std::string(vBuf.data(), 8191), strContent.substr(1, 8191));
 
+    // One byte left is the same case: and the position is the system's again.
+    auto g = Opened(strContent);
+    for (int i = 0; i < 8191; ++i) ASSERT_TRUE(g->ReadFromBuffer(c));
+    EXPECT_EQ(g->Read(vBuf.data(), 1), 0u);
+    EXPECT_EQ(vBuf[0], strContent[8191]);
+    EXPECT_EQ(g->GetPos(), 8192);
+
     // The descriptor form meets the end inside a short read; the stream form on the next.
     std::string str;
     EXPECT_EQ(f->Read(str, 20000), 20000u - 8192);

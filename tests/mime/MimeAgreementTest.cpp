@@ -13,6 +13,16 @@ int FileLines(const Entry& memEntry, const std::string& strBytes) {
     return memEntry.lines - (bLF ? 1 : 0);
 }
 
+std::vector<std::string> HdrItems(const CQLMimeHdr& hdr) {
+    std::vector<std::string> v;
+    for (const CQLMimeHdrItem& item : hdr) {
+        v.push_back(item.m_strName);
+        v.push_back(item.m_strValue);
+        v.push_back(item.m_strRaw);
+    }
+    return v;
+}
+
 void CheckAgreement(const std::string& strName, const std::string& strBytes, const CTempDir& dir,
                     bool bExactLines) {
     CQLMimeMsg mem, file;
@@ -22,6 +32,8 @@ void CheckAgreement(const std::string& strName, const std::string& strBytes, con
     ASSERT_EQ(bMem, bFile) << strName << ": " << mem.GetLastError() << " / " << file.GetLastError();
     const std::vector<Entry> vMem = Entries(mem), vFile = Entries(file);
     ExpectSameEntries(vMem, vFile, false, strName);
+    for (size_t i = 0; i < mem.size() && i < file.size(); ++i)
+        EXPECT_EQ(HdrItems(mem[i]->m_Hdr), HdrItems(file[i]->m_Hdr)) << strName << " entry " << i;
     if (bExactLines && vMem.size() == vFile.size()) {
         for (size_t i = 0; i < vMem.size(); ++i) {
             if (vMem[i].ct == CQLMimeConst::MULTIPART || vMem[i].ct == CQLMimeConst::MESSAGE)
@@ -55,6 +67,20 @@ void CheckAgreement(const std::string& strName, const std::string& strBytes, con
 TEST(MimeAgreement, FileAndMemoryGiveTheSameTree) {
     CTempDir dir;
     for (const NamedMessage& m : TestMessages()) CheckAgreement(m.strName, m.strBytes, dir, true);
+}
+
+TEST(MimeAgreement, HeaderLinesEndingInStrayCarriageReturns) {
+    // Only the line end comes off a field: a CR before it stays, in both sources.
+    CTempDir dir;
+    for (const char* pszEnd : {"\r\r\n", "\r\r\r\n", "\r", "\n\r", "\r\n", "\n"}) {
+        const std::string strEnd = pszEnd;
+        const std::string strMsg = "Content-Type: text/plain" + strEnd + "Content-ID: <a>" +
+                                   strEnd + "Subject: s" + strEnd + "\r\n\r\nbody\r\n";
+        CheckAgreement("line end " + ::testing::PrintToString(strEnd), strMsg, dir, false);
+    }
+    CQLMimeMsg msg;
+    ASSERT_TRUE(msg.Open("Content-Type: text/plain\r\nContent-ID: <a>\r\r\n\r\nbody\r\n", false));
+    EXPECT_EQ(msg[0]->m_strCID, "<a>\r");
 }
 
 TEST(MimeAgreement, BodiesFullOfDashLines) {

@@ -25,6 +25,44 @@ TEST(MimeFormat, RoundTripsThroughTheFormatString) {
     }
 }
 
+namespace {
+
+// The record of one entry, written the plain way.
+std::string Record(const Entry& e) {
+    std::string s;
+    for (uint32_t n : Offsets(e)) s += std::to_string(static_cast<int>(n)) + ",";
+    return s + e.depth + "," + std::to_string(e.ct) + "," + std::to_string(e.subct) + "," + e.enc +
+           "," + std::to_string(e.lines) + ",," + e.charset + "," + e.cid + "," + e.filename + ",";
+}
+
+// Each level a multipart around the next, with long part numbers at the bottom.
+std::string NestedMessage(int nLevels) {
+    std::string strHead, strTail;
+    for (int i = 1; i < nLevels; ++i) {
+        const std::string b = "lv" + std::to_string(i);
+        strHead += "Content-Type: multipart/mixed; boundary=" + b + "\r\n\r\n--" + b + "\r\n";
+        strTail = "\r\n--" + b + "--\r\n" + strTail;
+    }
+    return strHead + "Content-Type: text/plain\r\n\r\nbottom" + strTail;
+}
+
+} // namespace
+
+TEST(MimeFormat, EveryRecordIsWrittenExactly) {
+    std::vector<NamedMessage> vMessages = TestMessages();
+    for (int nLevels : {40, 200}) vMessages.push_back({"nested", NestedMessage(nLevels)});
+    for (const NamedMessage& m : vMessages) {
+        CQLMimeMsg msg;
+        ASSERT_TRUE(msg.Open(m.strBytes, false)) << m.strName;
+        std::string strWant;
+        for (const CQLMimeMsg* p : msg) strWant += Record(EntryOf(*p)) + "\x05";
+        EXPECT_EQ(msg.GetFormat(), strWant) << m.strName;
+        EXPECT_EQ(msg[msg.size() - 1]->GetOffSetStr() + "\x05",
+                  Record(EntryOf(*msg[msg.size() - 1])) + "\x05")
+            << m.strName;
+    }
+}
+
 TEST(MimeFormat, WithoutHeadersTheFieldsStillStand) {
     const std::string s = "Subject: =?UTF-8?B?7JWI64WV?=\r\nContent-Type: text/plain; "
                           "charset=euc-kr\r\n\r\nbody\r\n";

@@ -139,6 +139,7 @@ TEST(MimeSource, LineCountsAndSubStrings) {
          {static_cast<CQLIMimeStr*>(&src.mem), static_cast<CQLIMimeStr*>(&src.file)}) {
         std::string strOut;
         EXPECT_EQ(p->SubStr(2, 100), "b\nc");
+        EXPECT_EQ(p->SubStr(2, 1), "b");
         EXPECT_EQ(p->SubStr(2, 100, strOut), 3u);
         EXPECT_EQ(strOut, "b\nc");
         EXPECT_EQ(p->SubStr(szBuf, 4, 100), 1u);
