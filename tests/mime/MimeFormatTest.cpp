@@ -63,6 +63,21 @@ TEST(MimeFormat, EveryRecordIsWrittenExactly) {
     }
 }
 
+TEST(MimeFormat, RecordsAtTheirLongestComeBackWhole) {
+    // Every number at its widest and every text long: the record is written back exactly.
+    const std::string n = "-2147483648,";
+    const std::string strLong(300, 'x');
+    std::string strRecord;
+    for (int i = 0; i < 8; ++i) strRecord += n;
+    strRecord += "1.2.3.," + n + n + "B," + n;
+    for (int i = 0; i < 4; ++i) strRecord += strLong + std::to_string(i) + ",";
+    const std::string strFormat = strRecord + "\x05" + strRecord + "\x05";
+    CQLMimeMsg msg;
+    ASSERT_TRUE(msg.Open("From: a\r\n\r\nb\r\n", 0, strFormat.c_str(), false, false, false));
+    EXPECT_EQ(msg.GetFormat(), strFormat);
+    EXPECT_EQ(msg[1]->GetOffSetStr(), strRecord);
+}
+
 TEST(MimeFormat, WithoutHeadersTheFieldsStillStand) {
     const std::string s = "Subject: =?UTF-8?B?7JWI64WV?=\r\nContent-Type: text/plain; "
                           "charset=euc-kr\r\n\r\nbody\r\n";
