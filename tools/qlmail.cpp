@@ -1,4 +1,5 @@
 // qlmail: command-line front end of the library.
+#include "RewriteCommands.h"
 #include "ToolText.h"
 #include "codec/QLCodecParser.h"
 #include "foundation/DefineParser.h"
@@ -30,8 +31,9 @@ const char* const kUsage =
     "  qp                     decode quoted-printable from standard input to standard output\n"
     "  --version              print the library version\n"
     "  --help                 print this text\n"
-    "\n"
-    "Exit codes: 0 success, 1 failure, 2 bad usage.\n";
+    "\n";
+
+const char* const kUsageEnd = "\nExit codes: 0 success, 1 failure, 2 bad usage.\n";
 
 int Usage(const std::string& strWhy) {
     std::fprintf(stderr, "qlmail: %s (try --help)\n", strWhy.c_str());
@@ -165,6 +167,8 @@ int main(int argc, char** argv) {
     const std::string strCmd = argv[1];
     if (strCmd == "--help" || strCmd == "-h") {
         std::fputs(kUsage, stdout);
+        std::fputs(kRewriteUsage, stdout);
+        std::fputs(kUsageEnd, stdout);
         return 0;
     }
     if (strCmd == "--version") {
@@ -176,5 +180,6 @@ int main(int argc, char** argv) {
         return Decode(strCmd);
     }
     if (strCmd == "parts" || strCmd == "format") return MessageCommand(strCmd, argc, argv);
+    if (IsRewriteCommand(strCmd, argc, argv)) return RunRewriteCommand(strCmd, argc, argv);
     return Usage("unknown command '" + strCmd + "'");
 }
