@@ -67,20 +67,6 @@ std::string GenMessage(Rng& rng) {
     return Pick(rng, 2) ? ToCRLF(s) : s;
 }
 
-// Whether the header block of an entry ends at a blank line before its body: an edit of such a
-// block leaves the shape of the message alone. Damaged blocks (a header swallowing the next
-// delimiter, one running to the end, a first line without a colon) are not edited.
-bool SaneHeader(const Cells& e, size_t nIndex, const std::string& strBytes) {
-    const uint64_t nEnd = nIndex == 0 ? e.v[C_HEO] : e.v[C_MEO];
-    if (nEnd > e.v[C_BSO] || nEnd >= strBytes.size()) return false;
-    return strBytes[nEnd] == '\n' || strBytes.compare(nEnd, 2, "\r\n") == 0;
-}
-
-bool IsCRLF(const Cells& e, size_t nIndex, const std::string& strBytes) {
-    const uint64_t nEnd = nIndex == 0 ? e.v[C_HEO] : e.v[C_MEO];
-    return strBytes.compare(nEnd, 2, "\r\n") == 0;
-}
-
 // What a stored message reads through a format string: subject, texts and attachments.
 std::vector<std::string> ReadThrough(const std::string& strPath, const std::string& strFormat) {
     CQLMimeMsgInfo info(strPath, strFormat);
@@ -123,10 +109,10 @@ public:
         const std::vector<Cells> before = Snapshot(m_msg);
         const std::string strOld = Current(m_msg);
         std::vector<size_t> vHeaders, vBodies;
-        for (size_t i = 0; i < before.size(); ++i) {
-            if (!SaneHeader(before[i], i, strOld)) continue;
-            vHeaders.push_back(i);
-            if (before[i].ct != CQLMimeConst::MULTIPART) vBodies.push_back(i);
+        const bool bWellFormed = WellFormed(before) && DelimitersStay(m_msg, strOld);
+        for (size_t i = 0; i < before.size() && bWellFormed; ++i) {
+            if (Editable(before, i, false, strOld)) vHeaders.push_back(i);
+            if (Editable(before, i, true, strOld)) vBodies.push_back(i);
         }
         if (vHeaders.empty()) return false;
         const int nOp = Pick(m_rng, m_bGenerated ? 10 : 7);
@@ -170,7 +156,7 @@ public:
         case 6: {
             strOp = "setbody";
             bBody = true;
-            const std::string strNl = IsCRLF(before[k], k, strOld) ? "\r\n" : "\n";
+            const std::string strNl = BodyLineEnd(before[k], strOld);
             std::string strData;
             for (int i = 0, n = 1 + Pick(m_rng, 4); i < n; ++i)
                 strData += Words(m_rng, 1 + Pick(m_rng, 25)) + strNl;
