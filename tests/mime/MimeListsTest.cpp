@@ -188,15 +188,22 @@ TEST(MimeLists, TextPartsConvertedWithTheirHeaders) {
     CQLMimeMsg msg;
     ASSERT_TRUE(msg.Open("Content-Type: multipart/alternative; boundary=a\r\n\r\n"
                          "--a\r\nContent-Type: text/plain; charset=euc-kr\r\n\r\n\xC7\xD1\r\n"
-                         "--a\r\nContent-Type: text/html\r\nX-Note: \xC3\xA9\r\n\r\n<p>h</p>\r\n"
-                         "--a--\r\n",
+                         "--a\r\nContent-Type: text/html\r\nX-Note: \xC3\xA9\r\n"
+                         "Content-Transfer-Encoding: base64\r\n\r\nPHA+aDwvcD4NCg==\r\n--a--\r\n",
                          false));
     std::string strPlainHdr, strPlain, strHtmlHdr, strHtml;
     EXPECT_TRUE(msg.GetTextPart(strPlainHdr, strPlain, strHtmlHdr, strHtml));
     EXPECT_EQ(strPlainHdr, "Content-Type: text/plain; charset=euc-kr");
     EXPECT_EQ(strPlain, "\xED\x95\x9C\r\n"); // 한
-    EXPECT_EQ(strHtmlHdr, "Content-Type: text/html\r\nX-Note: \xC3\xA9");
-    EXPECT_EQ(strHtml, "<p>h</p>\r\n");
+    EXPECT_EQ(strHtmlHdr, "Content-Type: text/html\r\nX-Note: \xC3\xA9\r\n"
+                          "Content-Transfer-Encoding: base64");
+    EXPECT_EQ(strHtml, "<p>h</p>\r\n"); // decoded
+    // One kind is enough.
+    CQLMimeMsg plain;
+    ASSERT_TRUE(plain.Open("Subject: s\r\n\r\nonly plain\r\n", false));
+    strHtml = "kept";
+    EXPECT_TRUE(plain.GetTextPart(strPlainHdr, strPlain, strHtmlHdr, strHtml));
+    EXPECT_EQ(strPlain + strPlainHdr + strHtml, "only plain\r\nSubject: skept");
 
     // An unknown charset ends the walk with the converter's text.
     CQLMimeMsg bad;

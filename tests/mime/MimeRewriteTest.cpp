@@ -148,6 +148,8 @@ TEST(MimeRewrite, EncodedValuesCursorAndMessageID) {
         ASSERT_TRUE(msg.ModifyHdrItem("X-Enc", "m", form.eEnc, "UTF-8", form.bEncode, false));
         ASSERT_TRUE(msg.DelHdrItem("X-Enc", false));
     }
+    // Edits without a write-back wait, however many there are.
+    EXPECT_EQ(Current(msg), "Subject: s\r\nX-A: 1\r\nx-a: 2\r\n\r\nbody\r\n");
 
     // The cursor: all fields, or those of one name in any case; an item removed under it ends
     // the walk instead of reading freed memory.
@@ -284,6 +286,15 @@ TEST(MimeRewrite, SetBodyEncodingsAndLineEnds) {
         EXPECT_EQ(o.Body(4), "From: x" + Nl(way) + "Subject: inner" + Nl(way) + Nl(way) +
                                  "inner body" + Tail(way));
     }
+}
+
+TEST(MimeRewrite, NothingToRewriteWithoutAMessage) {
+    CQLMimeMsg closed;
+    EXPECT_FALSE(closed.AddHdrItem("X", "1", CQLMimeConst::ENCODER_7BIT, "", false, false, true));
+    EXPECT_EQ(closed.GetLastError(), "In UpdateHdr(), the message is not open");
+    EXPECT_FALSE(closed.SetBody("x", false, CQLMimeConst::ENCODER_7BIT));
+    EXPECT_EQ(closed.GetLastError(), "In CQLMimeMsg::SetBody(), the message is not open");
+    EXPECT_FALSE(closed.CanInsertConfirmTag());
 }
 
 TEST(MimeRewrite, SetBodyAtTheEndAndShortQuotedPrintable) {
@@ -438,6 +449,15 @@ TEST(MimeRewrite, TagsTakeTheFirstUnnamedHtmlPart) {
         o.Rewrite(true, 3,
                   [&] { return o.msg.AddConfirmTag("http://h", 80, "", "", "", "", "", nStatus); });
     }
+    // A value of more than one base64 line's worth goes into the URL without a line break.
+    CQLMimeMsg longSubject;
+    ASSERT_TRUE(longSubject.Open("Content-Type: text/html\r\n\r\n<p>x</p>\r\n", false));
+    int nLong = 0;
+    const std::string strSubject(100, 's');
+    ASSERT_TRUE(longSubject.AddConfirmTag("http://h", 80, "", "", "", "", strSubject, nLong));
+    EXPECT_NE(Current(longSubject).find("&subject=" + UrlValueOf(strSubject) + "&msgid="),
+              std::string::npos);
+
     // No html part: no failure, nothing written, status 1.
     Opened plain(kWays[2], "Subject: s\n\nplain only\n");
     const std::string strOld = Current(plain.msg);
@@ -463,7 +483,10 @@ TEST(MimeRewrite, TagsTakeTheFirstUnnamedHtmlPart) {
     empty.GetBody(strBody, true);
     EXPECT_EQ(strBody.rfind("<table ", 0), 0u);
     EXPECT_EQ(strBody.substr(strBody.size() - 8), "</table>");
-    // Which part follows the first text part decides when it is not html.
+    // No text part at all; which part follows the first text part decides when it is not html.
+    CQLMimeMsg image;
+    ASSERT_TRUE(image.Open("Content-Type: image/gif\r\n\r\nGIF89a\r\n", false));
+    EXPECT_FALSE(image.CanInsertConfirmTag());
     for (const char* pszType : {"text/html", "image/gif"}) {
         CQLMimeMsg msg;
         ASSERT_TRUE(msg.Open(std::string("Content-Type: multipart/mixed; boundary=b\r\n\r\n--b\r\n"
