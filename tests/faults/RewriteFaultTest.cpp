@@ -56,6 +56,12 @@ protected:
                 return CTempDir::ReadAll(e.path().string());
         return "(absent)";
     }
+    // Removes what a step left beside the message: the next step may run in another second,
+    // under other temporary names.
+    void RemoveTemps() const {
+        for (const auto& e : std::filesystem::directory_iterator(m_Dir.Dir()))
+            if (e.path().filename() != "msg.eml") std::filesystem::remove(e.path());
+    }
     // The message as the edit makes it, worked out in memory.
     static std::string Edited(bool bBody) {
         CQLMimeMsg mem;
@@ -131,8 +137,7 @@ TEST_F(RewriteFaults, HeaderSwapFailures) {
     EXPECT_EQ(Read("msg.eml.T.tmp"), Edited(false));
     EXPECT_EQ(Body(2), "second body\r\n");
     EXPECT_EQ(Offsets(m_msg), m_vOffsets);
-    for (const auto& e : std::filesystem::directory_iterator(m_Dir.Dir()))
-        if (e.path().filename() != "msg.eml") std::filesystem::remove(e.path());
+    RemoveTemps();
 
     // The new message cannot take the name: the old one is copied back.
     seam::FailNth(seam::Call::Rename, 2, EXDEV);
@@ -187,6 +192,7 @@ TEST_F(RewriteFaults, BodyFailuresLeaveWhatTheTableSays) {
               "Write(msg.eml.T.tmp), No space left on device");
     EXPECT_EQ(Names(), (std::vector<std::string>{"msg.eml", "msg.eml.T.tmp"}));
     EXPECT_EQ(Read("msg.eml"), kMessage);
+    RemoveTemps();
     // An encoded body is written whole, and a failed write is thrown.
     seam::Reset();
     seam::FailNth(seam::Call::Write, 2, ENOSPC);
@@ -194,6 +200,7 @@ TEST_F(RewriteFaults, BodyFailuresLeaveWhatTheTableSays) {
     EXPECT_EQ(Read("msg.eml"), kMessage);
     EXPECT_EQ(Offsets(m_msg), m_vOffsets);
 
+    RemoveTemps();
     // The stored message cannot be removed: it stays, the temporary file goes.
     seam::Reset();
     seam::FailNth(seam::Call::Unlink, 1, EBUSY);
