@@ -149,7 +149,11 @@ TEST(MimeRewrite, EncodedValuesCursorAndMessageID) {
         ASSERT_TRUE(msg.DelHdrItem("X-Enc", false));
     }
     // Edits without a write-back wait, however many there are.
+    ASSERT_TRUE(
+        msg.AddHdrItem("X-Pending", "1", CQLMimeConst::ENCODER_7BIT, "", false, false, false));
+    ASSERT_TRUE(msg.DelHdrItem("X-Absent", false));
     EXPECT_EQ(Current(msg), "Subject: s\r\nX-A: 1\r\nx-a: 2\r\n\r\nbody\r\n");
+    ASSERT_TRUE(msg.DelHdrItem("X-Pending", false));
 
     // The cursor: all fields, or those of one name in any case; an item removed under it ends
     // the walk instead of reading freed memory.
@@ -288,13 +292,36 @@ TEST(MimeRewrite, SetBodyEncodingsAndLineEnds) {
     }
 }
 
-TEST(MimeRewrite, NothingToRewriteWithoutAMessage) {
+TEST(MimeRewrite, RefusedWithoutAMessageOrWithOffsetsPastItsEnd) {
     CQLMimeMsg closed;
     EXPECT_FALSE(closed.AddHdrItem("X", "1", CQLMimeConst::ENCODER_7BIT, "", false, false, true));
     EXPECT_EQ(closed.GetLastError(), "In UpdateHdr(), the message is not open");
     EXPECT_FALSE(closed.SetBody("x", false, CQLMimeConst::ENCODER_7BIT));
     EXPECT_EQ(closed.GetLastError(), "In CQLMimeMsg::SetBody(), the message is not open");
     EXPECT_FALSE(closed.CanInsertConfirmTag());
+
+    // The format string of a longer message: its offsets lie past the end of this one.
+    CQLMimeMsg longer;
+    ASSERT_TRUE(longer.Open(kNested, false));
+    const std::string strFormat = longer.GetFormat();
+    const std::string strShort = "Subject: s\r\n\r\nb\r\n";
+    CTempDir dir;
+    const std::string strPath = dir.MakeFile(strShort);
+    for (bool bFile : {false, true}) {
+        CQLMimeMsg stale;
+        ASSERT_TRUE(stale.Open((bFile ? strPath : strShort).c_str(), 0, strFormat.c_str(), bFile,
+                               false, false));
+        EXPECT_FALSE(
+            stale[5]->AddHdrItem("X", "1", CQLMimeConst::ENCODER_7BIT, "", false, false, true));
+        EXPECT_EQ(stale[5]->GetLastError(), "In UpdateHdr(), the header lies outside the message");
+        EXPECT_FALSE(stale[5]->SetBody("x\r\n", false, CQLMimeConst::ENCODER_7BIT));
+        EXPECT_EQ(stale[5]->GetLastError(),
+                  bFile ? "In CQLMimeMsg::SetBody(), fail to substring : In "
+                          "CQLMimeFile::SubStr(), the range lies outside the message"
+                        : "In CQLMimeMsg::SetBody(), fail to substring : In "
+                          "CQLMimeStr::SubStr, invalid parameter");
+        EXPECT_EQ(Current(stale), strShort);
+    }
 }
 
 TEST(MimeRewrite, SetBodyAtTheEndAndShortQuotedPrintable) {
