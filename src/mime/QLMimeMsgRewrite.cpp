@@ -67,6 +67,10 @@ template <class T> void Apply(T& nOffset, Move eMove, int32_t nDelta, bool bBoth
     if (bMove) nOffset = static_cast<T>(nOffset + static_cast<T>(static_cast<int64_t>(nDelta)));
 }
 
+std::string SysError() {
+    return CQLSystemError::GetStrError(errno);
+}
+
 // Pieces in which a file is copied into a temporary file: big enough that a copy costs few
 // system calls, small enough that memory stays flat.
 const unsigned long kCopyPiece = 1 << 20;
@@ -87,8 +91,30 @@ bool CopyRange(CQLIMimeStr* pSource, unsigned long nOffset, unsigned long nLen, 
         strError = pSource->GetLastError();
         return false;
     }
+    // Between two files the kernel copies, as cp does; where it cannot (a file system without
+    // the call, or across two of them), the bytes go through a buffer.
+    const int nIn = static_cast<CQLMimeFile*>(pSource)->GetFileObject()->GetFD();
+    loff_t nFrom = static_cast<loff_t>(nOffset);
+    unsigned long nDone = 0;
+    while (nDone < nLen) {
+        const ssize_t n = copy_file_range(nIn, &nFrom, file.GetFD(), nullptr, nLen - nDone, 0);
+        if (n > 0) {
+            nDone += static_cast<unsigned long>(n);
+            continue;
+        }
+        if (n == 0) {
+            strError = std::string(pszPrefix) + "the file ended early";
+            return false;
+        }
+        if (errno == EINTR) continue;
+        if (errno == EXDEV || errno == EINVAL || errno == ENOSYS || errno == EOPNOTSUPP ||
+            errno == EBADF)
+            break;
+        strError = pszPrefix + SysError();
+        return false;
+    }
     std::string strPiece;
-    for (unsigned long nDone = 0; nDone < nLen;) {
+    while (nDone < nLen) {
         const unsigned long nWant = std::min(kCopyPiece, nLen - nDone);
         if (pSource->SubStr(nOffset + nDone, nWant, strPiece) != nWant) {
             // A file that shrank since it was opened must not give a message with a hole.
@@ -110,10 +136,6 @@ bool CopyRange(CQLIMimeStr* pSource, unsigned long nOffset, unsigned long nLen, 
 // The temporary file beside a message: unique to the second only.
 std::string TempName(const std::string& strPath) {
     return strPath + "." + std::to_string(static_cast<long>(time(nullptr))) + ".tmp";
-}
-
-std::string SysError() {
-    return CQLSystemError::GetStrError(errno);
 }
 
 // A stale temporary file of the same name must not leave its tail behind the new message.
