@@ -11,6 +11,8 @@ ssize_t __real_write(int nFD, const void* pBuf, size_t nLen);
 int __real_rename(const char* pszFrom, const char* pszTo);
 int __real_unlink(const char* pszPath);
 int __real_open64(const char* pszPath, int nFlags, ...);
+ssize_t __real_copy_file_range(int nIn, loff_t* pnIn, int nOut, loff_t* pnOut, size_t nLen,
+                               unsigned int nFlags);
 }
 
 namespace {
@@ -21,7 +23,7 @@ struct Fault {
     int nErrno = 0;
 };
 
-Fault g_Faults[4];
+Fault g_Faults[5];
 std::size_t g_nShortWrite = 0;
 
 // Counts the call and tells whether it is the one to fail, errno set.
@@ -84,5 +86,11 @@ int __wrap_open64(const char* pszPath, int nFlags, ...) {
     va_end(args);
     if (Due(seam::Call::Open)) return -1;
     return __real_open64(pszPath, nFlags, nMode);
+}
+
+ssize_t __wrap_copy_file_range(int nIn, loff_t* pnIn, int nOut, loff_t* pnOut, size_t nLen,
+                               unsigned int nFlags) {
+    if (Due(seam::Call::CopyFileRange)) return -1;
+    return __real_copy_file_range(nIn, pnIn, nOut, pnOut, nLen, nFlags);
 }
 }
