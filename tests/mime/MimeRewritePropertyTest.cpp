@@ -199,13 +199,13 @@ public:
         }
         ++(bBody ? m_nBodyWrites : m_nHeaderWrites);
         const size_t nEdited = bBody && nOp >= 7 ? EditedLeaf(before, strOld, strNew) : k;
-        const bool bDiffers =
-            ExpectRewritten(m_msg, before, strOld, bBody, static_cast<int>(nEdited), strWhat);
-        if (m_bFile && !bDiffers) {
-            CQLMimeMsg fresh;
-            fresh.Open(m_strPath, true);
+        std::string strFreshFormat;
+        const bool bDiffers = ExpectRewritten(m_msg, before, strOld, bBody,
+                                              static_cast<int>(nEdited), strWhat, &strFreshFormat);
+        // Every other stored message is read back through its new format string.
+        if (m_bFile && !bDiffers && (m_nHeaderWrites + m_nBodyWrites) % 2 == 0) {
             EXPECT_EQ(ReadThrough(m_strPath, m_msg.GetFormat()),
-                      ReadThrough(m_strPath, fresh.GetFormat()))
+                      ReadThrough(m_strPath, strFreshFormat))
                 << strWhat;
         }
         // Where the table leaves the list unlike the message, the next edit starts afresh.

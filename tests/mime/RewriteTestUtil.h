@@ -23,11 +23,12 @@ inline std::string Current(CQLMimeMsg& msg) {
 
 // Checks a write-back of node k that has just happened: the bytes outside the edited range are
 // those of before, the patched list follows the table, the main message mirrors its first
-// entry, and a fresh parse of the rewritten message agrees. Returns whether the patched list
-// differs from the fresh parse where the table allows it.
+// entry, and a fresh parse of the rewritten message agrees, whose format string goes to
+// pFreshFormat. Returns whether the patched list differs from the fresh parse where the table
+// allows it.
 inline bool ExpectRewritten(CQLMimeMsg& msg, const std::vector<Cells>& before,
                             const std::string& strOld, bool bBody, int k,
-                            const std::string& strWhat) {
+                            const std::string& strWhat, std::string* pFreshFormat = nullptr) {
     const std::string strNew = Current(msg);
     const int64_t nDelta =
         static_cast<int64_t>(strNew.size()) - static_cast<int64_t>(strOld.size());
@@ -46,6 +47,7 @@ inline bool ExpectRewritten(CQLMimeMsg& msg, const std::vector<Cells>& before,
         EXPECT_TRUE(fresh.Open(strNew, false)) << strWhat;
     bool bDiffers = false;
     EXPECT_EQ(LikeFresh(before, after, Snapshot(fresh), nDelta, bDiffers), "") << strWhat;
+    if (pFreshFormat != nullptr) *pFreshFormat = fresh.GetFormat();
     return bDiffers;
 }
 
