@@ -466,20 +466,15 @@ bool CQLMimeMsg::SetBody(const std::string& strData, bool bFile, CQLMimeConst::E
                 std::string("fail to substring : In CQLMimeStr::SubStr, invalid parameter");
             return false;
         }
-        std::string strText;
-        if (nBSO != 0 && pSource->SubStr(0, nBSO, strText) == 0) {
-            m_strLastError = kPrefix + ("fail to substring : " + pSource->GetLastError());
-            return false;
-        }
+        std::string strText(pSource->GetData(), 0, nBSO);
         // A message in memory takes the argument itself as its body, also when it names a file.
-        const size_t nBefore = strText.size();
         if (bEncode) {
             strText += encode(strData);
             if (needsLineEnd(strText)) strText += "\r\n\r\n";
         } else {
             strText += strData;
         }
-        nNewLen = strText.size() - nBefore;
+        nNewLen = strText.size() - nBSO;
         strText.append(pSource->GetData(), nBEO, std::string::npos);
         pSource->SetData(strText, false);
     } else {

@@ -126,11 +126,14 @@ TEST_F(RewriteFaults, HeaderFailsBeforeTheSwap) {
         m_msg.DelHdrItem("X-Fault", false);
         seam::Reset();
     }
-    // Without the kernel's copy the bytes go through a buffer, with the same result.
-    seam::FailNth(seam::Call::CopyFileRange, 1, EXDEV);
-    ASSERT_TRUE(EditHeader());
-    EXPECT_EQ(Read("msg.eml"), Edited(false));
-    EXPECT_EQ(Body(2), "second body\r\n");
+    // Where the kernel cannot copy, the bytes go through a buffer, with the same result.
+    for (int nErrno : {EXDEV, EINVAL, ENOSYS, EOPNOTSUPP, EBADF}) {
+        seam::FailNth(seam::Call::CopyFileRange, 1, nErrno);
+        ASSERT_TRUE(EditHeader()) << nErrno;
+        EXPECT_EQ(Read("msg.eml"), Edited(false));
+        EXPECT_EQ(Body(2), "second body\r\n");
+        ASSERT_TRUE(m_msg.DelHdrItem("X-Fault", true));
+    }
 }
 
 TEST_F(RewriteFaults, HeaderSwapFailures) {
@@ -207,6 +210,20 @@ TEST_F(RewriteFaults, BodyFailuresLeaveWhatTheTableSays) {
     EXPECT_EQ(Offsets(m_msg), m_vOffsets);
 
     RemoveTemps();
+    // Data that cannot be read (a directory's name) fails the same way, encoded or not.
+    for (CQLMimeConst::ENCODER eEncoder :
+         {CQLMimeConst::ENCODER_7BIT, CQLMimeConst::ENCODER_BASE64}) {
+        EXPECT_FALSE(m_msg[2]->SetBody(m_Dir.Dir(), true, eEncoder));
+        EXPECT_EQ(m_msg[2]->GetLastError().rfind("In CQLMimeMsg::SetBody(), fail to substring : "
+                                                 "In CQLMimeFile::SubStr(), ",
+                                                 0),
+                  0u)
+            << m_msg[2]->GetLastError();
+        EXPECT_EQ(Names(), (std::vector<std::string>{"msg.eml", "msg.eml.T.tmp"}));
+        RemoveTemps();
+    }
+    EXPECT_EQ(Read("msg.eml"), kMessage);
+
     // The stored message cannot be removed: it stays, the temporary file goes.
     seam::Reset();
     seam::FailNth(seam::Call::Unlink, 1, EBUSY);

@@ -29,14 +29,17 @@ std::string ListsMessage() {
            "--m\nContent-Type: message/rfc822\n\nSubject: =?UTF-8?B?UmU6IGEvYg==?=\nFrom: x\n\n"
            "inner\n"
            "--m\nContent-Type: message/rfc822\n\nFrom: y\n\nno subject\n"
+           "--m\nContent-Type: message/delivery-status\n\nStatus: 5.0.0\n"
+           "--m\nContent-Type: text/rfc822\n\nnot a message\n"
            "--m\nContent-Type: text/plain; charset=UTF-8; name=\"note.txt\"\n"
            "Content-Transfer-Encoding: quoted-printable\n\ncaf=C3=A9=\n soft\n--m--\n";
 }
-// Entries: 0 mixed, 1 text, 2 pdf, 3 inline gif, 4 attached gif, 5 png, 6 and 7 rfc822, 8 note.
+// Entries: 0 mixed, 1 text, 2 pdf, 3 inline gif, 4 attached gif, 5 png, 6 and 7 rfc822, 8 a
+// delivery status and 9 a text/rfc822, neither an embedded message, 10 note.
 
 const std::vector<std::string> kNames = {"a.pdf",       "att.gif",    "nocid.png",
                                          "Re_ a_b.eml", "noname.eml", "note.txt"};
-const int kSelected[] = {2, 4, 5, 6, 7, 8};
+const int kSelected[] = {2, 4, 5, 6, 7, 10};
 
 } // namespace
 
@@ -144,6 +147,8 @@ TEST(MimeLists, NothingToListAndAttachmentFlag) {
     CQLMimeMsg whole;
     ASSERT_TRUE(whole.Open("Content-Disposition: attachment; filename=x.bin\n\nx\n", false));
     EXPECT_TRUE(whole.HasAttachFileInPart());
+    EXPECT_EQ(whole.GetAttachFileList(strList, nCount, nTotal, ','), 1);
+    EXPECT_EQ(strList + std::to_string(nCount), "x.bin,1");
     CQLMimeMsg failed;
     EXPECT_FALSE(failed.Open("/nonexistent/qlmail", true));
     try {
@@ -186,8 +191,10 @@ TEST(MimeLists, TextPartsTwoArguments) {
 
 TEST(MimeLists, TextPartsConvertedWithTheirHeaders) {
     CQLMimeMsg msg;
-    ASSERT_TRUE(msg.Open("Content-Type: multipart/alternative; boundary=a\r\n\r\n"
+    // A picture between the two does not end the walk.
+    ASSERT_TRUE(msg.Open("Content-Type: multipart/mixed; boundary=a\r\n\r\n"
                          "--a\r\nContent-Type: text/plain; charset=euc-kr\r\n\r\n\xC7\xD1\r\n"
+                         "--a\r\nContent-Type: image/gif\r\n\r\nGIF89a\r\n"
                          "--a\r\nContent-Type: text/html\r\nX-Note: \xC3\xA9\r\n"
                          "Content-Transfer-Encoding: base64\r\n\r\nPHA+aDwvcD4NCg==\r\n--a--\r\n",
                          false));
@@ -198,7 +205,10 @@ TEST(MimeLists, TextPartsConvertedWithTheirHeaders) {
     EXPECT_EQ(strHtmlHdr, "Content-Type: text/html\r\nX-Note: \xC3\xA9\r\n"
                           "Content-Transfer-Encoding: base64");
     EXPECT_EQ(strHtml, "<p>h</p>\r\n"); // decoded
-    // One kind is enough.
+    // Neither kind is no success; one kind is enough.
+    CQLMimeMsg image;
+    ASSERT_TRUE(image.Open("Content-Type: image/gif\r\n\r\nGIF89a\r\n", false));
+    EXPECT_FALSE(image.GetTextPart(strPlainHdr, strPlain, strHtmlHdr, strHtml));
     CQLMimeMsg plain;
     ASSERT_TRUE(plain.Open("Subject: s\r\n\r\nonly plain\r\n", false));
     strHtml = "kept";
@@ -212,4 +222,20 @@ TEST(MimeLists, TextPartsConvertedWithTheirHeaders) {
     EXPECT_FALSE(bad.GetTextPart(strPlainHdr, strPlain, strHtmlHdr, strHtml));
     EXPECT_EQ(bad.GetLastError().rfind("In GetTextPart, In Open, ", 0), 0u) << bad.GetLastError();
     EXPECT_EQ(strPlain, "kept");
+}
+
+TEST(MimeLists, QuotedPrintableSizeOverPieces) {
+    // 77000 bytes of lines that decode to themselves: pieces of 65536 bytes end inside a line,
+    // whose rest is decoded with the next piece.
+    std::string strBody;
+    for (int i = 0; i < 1000; ++i) strBody += std::string(75, 'a') + "\r\n";
+    CQLMimeMsg msg;
+    ASSERT_TRUE(msg.Open("Content-Type: text/plain; name=q.txt\r\nContent-Transfer-Encoding: "
+                         "quoted-printable\r\n\r\n" +
+                             strBody,
+                         false));
+    std::vector<CQLMimeMsg::TFileList> vFiles;
+    long long nTotal = 0;
+    ASSERT_EQ(msg.GetAttachFileList(vFiles, nTotal), 1);
+    EXPECT_EQ(vFiles[0].nSize, 77000);
 }
