@@ -33,7 +33,8 @@ inline std::vector<Cells> Snapshot(const CQLMimeMsg& msg) {
     return v;
 }
 
-// The patching tables as the behaviour is specified, kept apart from the library's own copy.
+// The patching tables written out a second time, apart from the library's, so that a slip in
+// either shows.
 enum Rule { S, A, I, B }; // stays, always, if set, both TSO and TEO if both set
 // Rows: earlier container, earlier leaf, this container, this leaf, later container, later leaf.
 // clang-format off
