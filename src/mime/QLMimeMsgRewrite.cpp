@@ -10,6 +10,7 @@
 #include "foundation/QLStringParser.h"
 #include "foundation/QLSystemError.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <ctime>
