@@ -7,9 +7,8 @@
 // value; a shorter rest is appended). Bit 0 clear: the format part is the format string.
 // Bit 1 set: the file is cut to half its length after the format string is made. Bits 2 to 4
 // and 5 to 7 choose the default and the forced charset.
+#include "FuzzCommon.h"
 #include "reader/QLMimeMsgInfo.h"
-
-#include "mime/QLMimeMsg.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -81,6 +80,7 @@ void Stream(CQLMimeMsgInfo& info, const CQLMimeAttachInfo& a) {
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t nSize) {
+    AbortOnPlantedInput(pData, nSize);
     if (nSize == 0) return 0;
     const unsigned char cControl = pData[0];
     const char* pRest = reinterpret_cast<const char*>(pData + 1);

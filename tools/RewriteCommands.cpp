@@ -1,8 +1,9 @@
 #include "RewriteCommands.h"
 
-#include "ToolText.h"
+#include "ToolCommon.h"
 #include "mime/QLMimeMsg.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -44,16 +45,6 @@ const char* const kRewriteUsage =
 
 namespace {
 
-int Usage(const std::string& strWhy) {
-    std::fprintf(stderr, "qlmail: %s (try --help)\n", strWhy.c_str());
-    return 2;
-}
-
-int Fail(const std::string& strWhy) {
-    std::fprintf(stderr, "qlmail: %s\n", strWhy.c_str());
-    return 1;
-}
-
 // The arguments of a command: its operands, and the values of its options in order.
 struct Args {
     std::vector<std::string> vOperands;
@@ -67,12 +58,13 @@ struct Args {
     }
 };
 
-// Splits argv behind the command. Options with a value are named in pszValued, those without
-// in pszFlags, each name followed by a blank; anything else is an error text.
-std::string ParseArgs(int argc, char** argv, const std::string& strValued,
-                      const std::string& strFlags, Args& args) {
-    for (int i = 2; i < argc; ++i) {
-        const std::string strArg = argv[i];
+// Splits the arguments behind the command. Options with a value are named in strValued, those
+// without in strFlags, each name followed by a blank; an option may come more than once, and
+// the values are kept in order. Anything else is an error text.
+std::string ParseInOrder(const std::vector<std::string>& vArgs, const std::string& strValued,
+                         const std::string& strFlags, Args& args) {
+    for (size_t i = 0; i < vArgs.size(); ++i) {
+        const std::string& strArg = vArgs[i];
         if (strArg.size() < 3 || strArg.compare(0, 2, "--") != 0) {
             args.vOperands.push_back(strArg);
             continue;
@@ -80,9 +72,9 @@ std::string ParseArgs(int argc, char** argv, const std::string& strValued,
         if ((" " + strFlags + " ").find(" " + strArg + " ") != std::string::npos) {
             args.mOptions.emplace(strArg, "");
         } else if ((" " + strValued + " ").find(" " + strArg + " ") != std::string::npos) {
-            if (i + 1 >= argc) return strArg + " needs a value";
-            args.mOptions.emplace(strArg, argv[++i]);
-            args.vInOrder.emplace_back(strArg, argv[i]);
+            if (i + 1 >= vArgs.size()) return strArg + " needs a value";
+            args.mOptions.emplace(strArg, vArgs[++i]);
+            args.vInOrder.emplace_back(strArg, vArgs[i]);
         } else {
             return "unknown option " + strArg;
         }
@@ -123,18 +115,8 @@ std::string RefreshFormat(const std::string& strPath) {
     if (stat(strFormatPath.c_str(), &st) != 0) return std::string();
     CQLMimeMsg fresh;
     if (!fresh.Open(strPath, true)) return strPath + ": " + fresh.GetLastError();
-    const std::string strFormat = fresh.GetFormat();
-    // Written beside and renamed over, so that a reader never sees half of it.
-    const std::string strTmp = strFormatPath + ".new";
-    FILE* pFile = std::fopen(strTmp.c_str(), "wb");
-    bool bOk = pFile != nullptr &&
-               std::fwrite(strFormat.data(), 1, strFormat.size(), pFile) == strFormat.size();
-    if (pFile != nullptr) bOk = std::fclose(pFile) == 0 && bOk;
-    if (!bOk || std::rename(strTmp.c_str(), strFormatPath.c_str()) != 0) {
-        const std::string strWhy = std::strerror(errno);
-        std::remove(strTmp.c_str());
-        return strFormatPath + ": " + strWhy;
-    }
+    std::string strError;
+    if (!WriteFileAtomic(strFormatPath, fresh.GetFormat(), strError)) return strError;
     return std::string();
 }
 
@@ -161,10 +143,10 @@ int Rewrite(const std::string& strPath, const std::function<bool(CQLMimeMsg&)>& 
     return strFormatError.empty() ? 0 : Fail(strFormatError);
 }
 
-int Edit(int argc, char** argv) {
+int Edit(const std::vector<std::string>& vArgs) {
     Args args;
     std::string strError =
-        ParseArgs(argc, argv, "--add --set --del --encode --charset", "--front", args);
+        ParseInOrder(vArgs, "--add --set --del --encode --charset", "--front", args);
     if (!strError.empty()) return Usage("edit: " + strError);
     if (args.vOperands.size() != 1) return Usage("edit takes one FILE");
     if (!args.Has("--add") && !args.Has("--set") && !args.Has("--del"))
@@ -208,9 +190,9 @@ int Edit(int argc, char** argv) {
         "nothing written: no field to change");
 }
 
-int SetBody(int argc, char** argv) {
+int SetBody(const std::vector<std::string>& vArgs) {
     Args args;
-    std::string strError = ParseArgs(argc, argv, "--text --from --encoding", "", args);
+    std::string strError = ParseInOrder(vArgs, "--text --from --encoding", "", args);
     if (!strError.empty()) return Usage("set-body: " + strError);
     if (args.vOperands.size() != 2) return Usage("set-body takes FILE and PART");
     if (args.Has("--text") == args.Has("--from"))
@@ -259,9 +241,9 @@ int SetBody(int argc, char** argv) {
         "");
 }
 
-int Banner(int argc, char** argv) {
+int Banner(const std::vector<std::string>& vArgs) {
     Args args;
-    std::string strError = ParseArgs(argc, argv, "", "--html", args);
+    std::string strError = ParseInOrder(vArgs, "", "--html", args);
     if (!strError.empty()) return Usage("banner: " + strError);
     if (args.vOperands.size() != 2) return Usage("banner takes FILE and TEXT");
     const bool bHtml = args.Has("--html");
@@ -286,11 +268,11 @@ std::string TagOptions(const Args& args, const char* pszCommand, int& nPort) {
     return std::string();
 }
 
-int ConfirmTag(int argc, char** argv) {
+int ConfirmTag(const std::vector<std::string>& vArgs) {
     Args args;
     int nPort = 0;
-    std::string strError = ParseArgs(
-        argc, argv, "--url --port --path --msgid --sender --receiver --subject", "", args);
+    std::string strError =
+        ParseInOrder(vArgs, "--url --port --path --msgid --sender --receiver --subject", "", args);
     if (strError.empty()) strError = TagOptions(args, "confirm-tag", nPort);
     if (strError.empty())
         for (const char* pszName : {"--msgid", "--sender", "--receiver", "--subject"})
@@ -307,10 +289,10 @@ int ConfirmTag(int argc, char** argv) {
         "nothing written: no text/html part takes the tag");
 }
 
-int EdmTag(int argc, char** argv) {
+int EdmTag(const std::vector<std::string>& vArgs) {
     Args args;
     int nPort = 0;
-    std::string strError = ParseArgs(argc, argv, "--url --port --path --data", "", args);
+    std::string strError = ParseInOrder(vArgs, "--url --port --path --data", "", args);
     if (strError.empty()) strError = TagOptions(args, "edm-tag", nPort);
     if (strError.empty() && !args.Has("--data")) strError = "edm-tag needs --data";
     if (!strError.empty()) return Usage(strError);
@@ -324,9 +306,9 @@ int EdmTag(int argc, char** argv) {
         "nothing written: no text/html part takes the link");
 }
 
-int TreeAttachments(int argc, char** argv) {
+int TreeAttachments(const std::vector<std::string>& vArgs) {
     Args args;
-    std::string strError = ParseArgs(argc, argv, "", "--tree --json", args);
+    std::string strError = ParseInOrder(vArgs, "", "--tree --json", args);
     if (!strError.empty()) return Usage("attachments: " + strError);
     if (args.vOperands.size() != 1) return Usage("attachments takes one FILE");
     const std::string& strPath = args.vOperands[0];
@@ -369,21 +351,18 @@ int TreeAttachments(int argc, char** argv) {
 
 } // namespace
 
-bool IsRewriteCommand(const std::string& strCmd, int argc, char** argv) {
-    if (strCmd == "attachments") {
-        for (int i = 2; i < argc; ++i)
-            if (std::strcmp(argv[i], "--tree") == 0) return true;
-        return false;
-    }
+bool IsRewriteCommand(const std::string& strCmd, const std::vector<std::string>& vArgs) {
+    if (strCmd == "attachments")
+        return std::find(vArgs.begin(), vArgs.end(), "--tree") != vArgs.end();
     return strCmd == "edit" || strCmd == "set-body" || strCmd == "banner" ||
            strCmd == "confirm-tag" || strCmd == "edm-tag";
 }
 
-int RunRewriteCommand(const std::string& strCmd, int argc, char** argv) {
-    if (strCmd == "edit") return Edit(argc, argv);
-    if (strCmd == "set-body") return SetBody(argc, argv);
-    if (strCmd == "banner") return Banner(argc, argv);
-    if (strCmd == "confirm-tag") return ConfirmTag(argc, argv);
-    if (strCmd == "edm-tag") return EdmTag(argc, argv);
-    return TreeAttachments(argc, argv);
+int RewriteCommand(const std::string& strCmd, const std::vector<std::string>& vArgs) {
+    if (strCmd == "edit") return Edit(vArgs);
+    if (strCmd == "set-body") return SetBody(vArgs);
+    if (strCmd == "banner") return Banner(vArgs);
+    if (strCmd == "confirm-tag") return ConfirmTag(vArgs);
+    if (strCmd == "edm-tag") return EdmTag(vArgs);
+    return TreeAttachments(vArgs);
 }

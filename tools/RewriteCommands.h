@@ -2,13 +2,15 @@
 #define QLMAIL_TOOLS_REWRITECOMMANDS_H
 
 #include <string>
+#include <vector>
 
 // The commands that rewrite a stored message in place (edit, set-body, banner, confirm-tag,
 // edm-tag) and the attachment list of the parsed tree (attachments --tree).
 extern const char* const kRewriteUsage;
 
-bool IsRewriteCommand(const std::string& strCmd, int argc, char** argv);
+// vArgs are the arguments behind the command's name.
+bool IsRewriteCommand(const std::string& strCmd, const std::vector<std::string>& vArgs);
 // Exit code: 0 success, 1 failure, 2 bad usage.
-int RunRewriteCommand(const std::string& strCmd, int argc, char** argv);
+int RewriteCommand(const std::string& strCmd, const std::vector<std::string>& vArgs);
 
 #endif

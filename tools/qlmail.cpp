@@ -1,16 +1,16 @@
-// qlmail: command-line front end of the library.
+// qlmail: command-line front end of the library. This file holds the usage text and the
+// dispatch; the commands live in files of their own, by family.
+#include "MessageCommands.h"
+#include "ReadCommands.h"
 #include "RewriteCommands.h"
-#include "ToolText.h"
-#include "codec/QLCodecParser.h"
+#include "ToolCommon.h"
+
 #include "foundation/DefineParser.h"
-#include "mime/QLMimeMsg.h"
+#include "foundation/QLExceptionParser.h"
 
 #include <cstdio>
-#include <cstring>
-#include <iostream>
-#include <iterator>
+#include <exception>
 #include <string>
-#include <sys/stat.h>
 #include <vector>
 
 namespace {
@@ -29,142 +29,59 @@ const char* const kUsage =
     "                         beside the message to read it later without parsing it again\n"
     "  b64                    decode base64 from standard input to standard output\n"
     "  qp                     decode quoted-printable from standard input to standard output\n"
-    "  --version              print the library version\n"
-    "  --help                 print this text\n"
+    "\n"
+    "Reading a stored message. FILE is the message; its format string is read from\n"
+    "FILE.fmt when that is not older than FILE, or from F with --format F; otherwise the\n"
+    "message is parsed once in memory and nothing is written. Charsets (CS) are names the\n"
+    "converter knows (UTF-8, EUC-KR, ISO-2022-JP...). Text without a charset of its own, in a\n"
+    "message without one, is read as UTF-8 when it is valid UTF-8 and as ISO-8859-1\n"
+    "otherwise (the default charset autodetect_utf8).\n"
+    "\n"
+    "  header FILE            print the message's header block as it stands\n"
+    "  header FILE NAME [--decode] [--to CS] [--default-charset CS]\n"
+    "                         print the value of the field NAME (the first one, any case) as\n"
+    "                         it stands, folding included; --decode decodes its encoded words\n"
+    "                         into CS (default UTF-8), raw 8-bit text being taken to be in the\n"
+    "                         message's charset, else in the default charset\n"
+    "  text FILE [--html] [--to CS] [--default-charset CS] [--force-charset CS] [--raw]\n"
+    "                         print the message's text/plain parts (--html: its text/html\n"
+    "                         parts) in CS (default UTF-8), joined by twenty hyphens (by <hr>).\n"
+    "                         Each part is read in its own charset, else the message's, else\n"
+    "                         the default charset; --force-charset takes CS for every part\n"
+    "                         instead. --raw leaves the transfer encoding undone\n"
+    "  attachments FILE [--inline] [--json]\n"
+    "                         list the attachments: part number, type, encoding, decoded size\n"
+    "                         and file name; --inline lists the inline images with their\n"
+    "                         Content-ID instead\n"
+    "  extract FILE PART [-o OUT]\n"
+    "                         write the decoded body of a part to OUT (through a temporary\n"
+    "                         file beside it, so that a failure leaves no part file) or to\n"
+    "                         standard output. PART is a number as parts prints it (1.2. or\n"
+    "                         1.2, top for the message itself): any part, not only those that\n"
+    "                         attachments lists. Line ends of a part that is not base64 come\n"
+    "                         out as CR LF\n"
+    "  index [--jobs N] [--force] PATH...\n"
+    "                         write FILE.fmt beside every message: PATH is a message or a\n"
+    "                         folder, walked recursively (hidden entries, links, special files\n"
+    "                         and .fmt files are left out). A message whose FILE.fmt is not\n"
+    "                         older than it is skipped, unless --force. N threads (default: one\n"
+    "                         per core); each FILE.fmt is written under a temporary name and\n"
+    "                         renamed. Prints a summary (indexed, skipped, failed, MB/s), names\n"
+    "                         each failure on standard error, and fails if any message failed\n"
     "\n";
 
-const char* const kUsageEnd = "\nExit codes: 0 success, 1 failure, 2 bad usage.\n";
-
-int Usage(const std::string& strWhy) {
-    std::fprintf(stderr, "qlmail: %s (try --help)\n", strWhy.c_str());
-    return 2;
-}
-
-int Fail(const std::string& strWhy) {
-    std::fprintf(stderr, "qlmail: %s\n", strWhy.c_str());
-    return 1;
-}
-
-std::string ReadStdin() {
-    std::cin >> std::noskipws;
-    return std::string(std::istreambuf_iterator<char>(std::cin), std::istreambuf_iterator<char>());
-}
-
-int Decode(const std::string& strCmd) {
-    CQLCodecParser codec;
-    const std::string strIn = ReadStdin();
-    const std::string strOut =
-        strCmd == "b64" ? codec.DecodeB64(strIn, true) : codec.DecodeQP(strIn, true);
-    std::fwrite(strOut.data(), 1, strOut.size(), stdout);
-    return std::fflush(stdout) == 0 ? 0 : 1;
-}
-
-std::string TypeName(int nCT) {
-    if (nCT >= 0 && nCT < CQLMimeConst::CT_UNKNOWN) return CQLMimeConst::m_szMIMEType[nCT];
-    return "unknown";
-}
-
-std::string SubTypeName(int nSubCT) {
-    if (nSubCT == CQLMimeConst::MS_TNEF) return "ms-tnef";
-    if (nSubCT >= 0 && nSubCT <= CQLMimeConst::RFC822) return CQLMimeConst::m_szSubMIMEType[nSubCT];
-    return "unknown";
-}
-
-std::string EncodingName(int nEncoder) {
-    switch (nEncoder) {
-    case CQLMimeConst::ENCODER_7BIT:
-        return "7bit";
-    case CQLMimeConst::ENCODER_8BIT:
-        return "8bit";
-    case CQLMimeConst::ENCODER_BASE64:
-        return "base64";
-    case CQLMimeConst::ENCODER_QP:
-        return "quoted-printable";
-    case CQLMimeConst::ENCODER_BINARY:
-        return "binary";
-    default:
-        return "unknown";
-    }
-}
-
-void PrintParts(const CQLMimeMsg& msg, const std::string& strPath, bool bJson) {
-    if (!bJson) {
-        std::printf("# part\ttype\tencoding\tHSO,HEO,TSO,TEO,MSO,MEO,BSO,BEO\tlines\tcharset\t"
-                    "content-id\tfilename\n");
-        for (const CQLMimeMsg* p : msg) {
-            std::printf("%s\t%s/%s\t%s\t%u,%u,%u,%u,%u,%u,%u,%u\t%d\t%s\t%s\t%s\n",
-                        PartName(p->m_strDepth).c_str(), TypeName(p->m_CT).c_str(),
-                        SubTypeName(p->m_SubCT).c_str(), EncodingName(p->m_Encoder).c_str(),
-                        p->m_nHSO, p->m_nHEO, p->m_nTSO, p->m_nTEO, p->m_nMSO, p->m_nMEO, p->m_nBSO,
-                        p->m_nBEO, p->m_nLineCnt, Printable(p->m_strCharSet).c_str(),
-                        Printable(p->m_strCID).c_str(), Printable(p->m_strFilename).c_str());
-        }
-        return;
-    }
-    std::string strOut = "{\"file\": " + Json(strPath) + ", \"parts\": [";
-    bool bFirst = true;
-    for (const CQLMimeMsg* p : msg) {
-        char szOffsets[256];
-        std::snprintf(szOffsets, sizeof(szOffsets),
-                      "{\"HSO\": %u, \"HEO\": %u, \"TSO\": %u, \"TEO\": %u, \"MSO\": %u, "
-                      "\"MEO\": %u, \"BSO\": %u, \"BEO\": %u}",
-                      p->m_nHSO, p->m_nHEO, p->m_nTSO, p->m_nTEO, p->m_nMSO, p->m_nMEO, p->m_nBSO,
-                      p->m_nBEO);
-        strOut += bFirst ? "\n  " : ",\n  ";
-        bFirst = false;
-        strOut += "{\"number\": " + Json(PartName(p->m_strDepth)) +
-                  ", \"type\": " + Json(TypeName(p->m_CT)) +
-                  ", \"subtype\": " + Json(SubTypeName(p->m_SubCT)) +
-                  ", \"encoding\": " + Json(EncodingName(p->m_Encoder)) +
-                  ", \"offsets\": " + szOffsets + ", \"lines\": " + std::to_string(p->m_nLineCnt) +
-                  ", \"charset\": " + Json(p->m_strCharSet) + ", \"cid\": " + Json(p->m_strCID) +
-                  ", \"filename\": " + Json(p->m_strFilename) + "}";
-    }
-    strOut += "\n]}\n";
-    std::fwrite(strOut.data(), 1, strOut.size(), stdout);
-}
-
-int MessageCommand(const std::string& strCmd, int argc, char** argv) {
-    bool bJson = false;
-    std::vector<std::string> vArgs;
-    for (int i = 2; i < argc; ++i) {
-        if (std::strcmp(argv[i], "--json") == 0)
-            bJson = true;
-        else
-            vArgs.push_back(argv[i]);
-    }
-    if (vArgs.size() != 1) return Usage(strCmd + " takes one FILE");
-    const std::string& strPath = vArgs[0];
-    struct stat st;
-    if (stat(strPath.c_str(), &st) != 0) return Fail(strPath + ": " + std::strerror(errno));
-    if (!S_ISREG(st.st_mode)) return Fail(strPath + ": not a regular file");
-
-    CQLMimeMsg msg;
-    const bool bOpen = msg.Open(strPath, true);
-    if (msg.empty()) return Fail(strPath + ": " + msg.GetLastError());
-    if (strCmd == "parts") {
-        PrintParts(msg, strPath, bJson);
-    } else {
-        const std::string strFormat = msg.GetFormat();
-        if (bJson) {
-            const std::string strOut =
-                "{\"file\": " + Json(strPath) + ", \"format\": " + Json(strFormat) + "}\n";
-            std::fwrite(strOut.data(), 1, strOut.size(), stdout);
-        } else {
-            std::fwrite(strFormat.data(), 1, strFormat.size(), stdout);
-        }
-    }
-    if (std::fflush(stdout) != 0) return Fail("cannot write the output");
-    // More entities than the parser takes: the list is printed, the message is not whole.
-    if (!bOpen) return Fail(strPath + ": " + msg.GetLastError());
-    return 0;
-}
+const char* const kUsageEnd = "\n"
+                              "  --version              print the library version\n"
+                              "  --help                 print this text\n"
+                              "\n"
+                              "Exit codes: 0 success, 1 failure, 2 bad usage.\n";
 
 } // namespace
 
 int main(int argc, char** argv) {
     if (argc < 2) return Usage("no command given");
     const std::string strCmd = argv[1];
+    const std::vector<std::string> vArgs(argv + 2, argv + argc);
     if (strCmd == "--help" || strCmd == "-h") {
         std::fputs(kUsage, stdout);
         std::fputs(kRewriteUsage, stdout);
@@ -176,10 +93,22 @@ int main(int argc, char** argv) {
         return 0;
     }
     if (strCmd == "b64" || strCmd == "qp") {
-        if (argc > 2) return Usage(strCmd + " takes no argument");
-        return Decode(strCmd);
+        if (!vArgs.empty()) return Usage(strCmd + " takes no argument");
+        return DecodeCommand(strCmd);
     }
-    if (strCmd == "parts" || strCmd == "format") return MessageCommand(strCmd, argc, argv);
-    if (IsRewriteCommand(strCmd, argc, argv)) return RunRewriteCommand(strCmd, argc, argv);
+    // What the library throws past its operations ends the command with its text.
+    try {
+        if (strCmd == "parts" || strCmd == "format") return MessageCommand(strCmd, vArgs);
+        if (strCmd == "header") return HeaderCommand(vArgs);
+        if (strCmd == "text") return TextCommand(vArgs);
+        if (IsRewriteCommand(strCmd, vArgs)) return RewriteCommand(strCmd, vArgs);
+        if (strCmd == "attachments") return AttachmentsCommand(vArgs);
+        if (strCmd == "extract") return ExtractCommand(vArgs);
+        if (strCmd == "index") return IndexCommand(vArgs);
+    } catch (CQLExceptionParser& e) {
+        return Fail(e.GetLastError());
+    } catch (std::exception& e) {
+        return Fail(e.what());
+    }
     return Usage("unknown command '" + strCmd + "'");
 }

@@ -74,12 +74,12 @@ std::string FixLabel(const std::string& strLabel) {
 
 } // namespace
 
-CQLConvParser::CQLConvParser() : m_pConv(nullptr), m_nAutoDetect(0) {
+CQLConvParser::CQLConvParser() : m_bSameFormCopy(true), m_pConv(nullptr), m_nAutoDetect(0) {
     m_szBuffer[0] = '\0';
 }
 
 CQLConvParser::CQLConvParser(const CQLConvParser& other)
-    : CQLExceptionParser(), m_pConv(nullptr), m_nAutoDetect(0) {
+    : CQLExceptionParser(), m_bSameFormCopy(true), m_pConv(nullptr), m_nAutoDetect(0) {
     m_strLastError = other.m_strLastError;
     m_szBuffer[0] = '\0';
 }
@@ -177,6 +177,7 @@ std::string CQLConvParser::Conv(const char* pszText, unsigned long nLen) {
     }
     std::string strOut;
     if (pszText == nullptr || nLen == 0) return strOut;
+    if (m_bSameFormCopy && m_pConv->IsUtf8Both()) return CopyUtf8(pszText, nLen);
 
     char* pIn = const_cast<char*>(pszText);
     size_t nInLeft = nLen;
@@ -207,6 +208,31 @@ std::string CQLConvParser::Conv(const char* pszText, unsigned long nLen) {
     size_t nOutLeft = CONV_CHUNK;
     if (m_pConv->Conv(nullptr, nullptr, &pOut, &nOutLeft) != kFail)
         strOut.append(m_szBuffer, CONV_CHUNK - nOutLeft);
+    return strOut;
+}
+
+// UTF-8 to UTF-8 without the C library, with the very result of the loop above: what its
+// decoder takes is copied, a byte that starts no character is dropped (or fails the text when
+// not discarding), and a character cut off by the end gives its first byte once per byte.
+std::string CQLConvParser::CopyUtf8(const char* pszText, unsigned long nLen) {
+    std::string strOut;
+    size_t nPos = 0;
+    while (nPos < nLen) {
+        const size_t nRun = CQLIconv::Utf8Span(pszText + nPos, nLen - nPos);
+        strOut.append(pszText + nPos, nRun);
+        nPos += nRun;
+        if (nPos == nLen) break;
+        if (CQLIconv::Utf8Incomplete(pszText + nPos, nLen - nPos)) {
+            strOut.append(nLen - nPos, pszText[nPos]);
+            break;
+        }
+        if (!m_pConv->IsDiscarding()) {
+            errno = EILSEQ;
+            m_strLastError = StrError("In Conv EILSEQ, ");
+            throw *this;
+        }
+        ++nPos;
+    }
     return strOut;
 }
 
@@ -241,6 +267,7 @@ std::string CQLConvParser::ConvAutoDetect(const char* pszText, unsigned long nLe
         return std::string();
     }
     CQLConvParser conv;
+    conv.m_bSameFormCopy = m_bSameFormCopy;
     const bool bDiscard = false; // an illegal sequence must fail the try
     for (size_t i = 0; i < nCount; ++i) {
         if (!conv.Open(ppList[i], m_strTo, bDiscard)) {

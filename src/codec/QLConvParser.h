@@ -36,10 +36,16 @@ public:
                          int nRoom);
     int imap_utf7_reset(unsigned int& nState, unsigned char* pszOut, int nRoom);
 
+protected:
+    // UTF-8 to UTF-8 is a checked copy unless this is false; tests turn it off to compare the
+    // copy with the conversion.
+    bool m_bSameFormCopy;
+
 private:
     static constexpr unsigned long CONV_CHUNK = 1024;
 
     std::string StrError(const char* pszPrefix);
+    std::string CopyUtf8(const char* pszText, unsigned long nLen);
 
     CQLIconv* m_pConv;
     char m_szBuffer[CONV_CHUNK];

@@ -1,8 +1,13 @@
 #include "codec/QLIconv.h"
 
+#include <array>
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
 #include <iconv.h>
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 namespace {
 
@@ -48,6 +53,11 @@ const char* const kUcs2[] = {"UCS-2", "UCS2", "ISO-10646-UCS-2", "CSUNICODE", nu
 const char* const kUcs4[] = {"UCS-4", "UCS4", "ISO-10646-UCS-4", "CSUCS4", nullptr};
 const char* const kUtf16[] = {"UTF-16", "UTF16", nullptr};
 const char* const kUtf32[] = {"UTF-32", "UTF32", nullptr};
+const char* const kUtf8[] = {
+    "UTF-8", "UTF8", "ISO-10646/UTF8/", "ISO-10646/UTF-8/", "ISO-IR-193", "OSF05010001", nullptr};
+// Shift_JIS as mail labels it, which is nearly always Windows code page 932 in practice.
+const char* const kShiftJis[] = {"SHIFT_JIS", "SHIFT-JIS",  "SJIS",        "X-SJIS",
+                                 "MS_KANJI",  "CSSHIFTJIS", "WINDOWS-31J", nullptr};
 
 // The name handed to iconv for a name given by the caller, and what it implies.
 struct Side {
@@ -61,6 +71,8 @@ Side Resolve(const char* pszName) {
     if (EqualName(pszName, "ISO-2022-JP-MS")) {
         side.strName = "CP932";
         side.bJp = true;
+    } else if (IsName(pszName, kShiftJis)) {
+        side.strName = "CP932";
     } else if (IsName(pszName, kUcs2)) {
         side.strName = "UCS-2BE";
     } else if (IsName(pszName, kUcs4)) {
@@ -124,6 +136,111 @@ bool SjisToJis(unsigned char s1, unsigned char s2, unsigned char& j1, unsigned c
     return true;
 }
 
+// The C library's UTF-8 is that of ISO 10646, with five- and six-byte forms and values up to
+// 0x7FFFFFFF. By the first byte of a character: its length (0 where none begins) and the
+// range of its second byte, which rules out overlong forms and surrogates.
+struct Utf8Lead {
+    unsigned char nLen, nLow, nHigh;
+};
+
+constexpr std::array<Utf8Lead, 256> MakeUtf8Leads() {
+    std::array<Utf8Lead, 256> a{};
+    for (int c = 0; c < 256; ++c) {
+        const unsigned char nLen = c < 0x80   ? 1
+                                   : c < 0xC2 ? 0
+                                   : c < 0xE0 ? 2
+                                   : c < 0xF0 ? 3
+                                   : c < 0xF8 ? 4
+                                   : c < 0xFC ? 5
+                                   : c < 0xFE ? 6
+                                              : 0;
+        a[c] = {nLen, 0x80, 0xBF};
+    }
+    a[0xE0].nLow = 0xA0;  // below: fewer than 0x800
+    a[0xED].nHigh = 0x9F; // above: surrogates
+    a[0xF0].nLow = 0x90;  // below: fewer than 0x10000
+    a[0xF8].nLow = 0x88;  // below: fewer than 0x200000
+    a[0xFC].nLow = 0x84;  // below: fewer than 0x4000000
+    return a;
+}
+constexpr std::array<Utf8Lead, 256> kUtf8Lead = MakeUtf8Leads();
+
+inline bool IsTrail(unsigned char c) {
+    return (c & 0xC0) == 0x80;
+}
+
+// The length of the character at the start as the C library's decoder takes it, or 0.
+inline size_t Utf8Char(const unsigned char* p, size_t n) {
+    const Utf8Lead lead = kUtf8Lead[p[0]];
+    if (lead.nLen == 0 || lead.nLen > n) return 0;
+    if (lead.nLen == 1) return 1;
+    if (p[1] < lead.nLow || p[1] > lead.nHigh) return 0;
+    for (size_t j = 2; j < lead.nLen; ++j)
+        if (!IsTrail(p[j])) return 0;
+    return lead.nLen;
+}
+
+#if defined(__SSE2__)
+inline __m128i Below(__m128i v, unsigned char c) {
+    return _mm_cmplt_epi8(v, _mm_set1_epi8(static_cast<char>(c))); // bytes 0x80 up to c - 1
+}
+
+inline unsigned Mask(__m128i v) {
+    return static_cast<unsigned>(_mm_movemask_epi8(v));
+}
+
+// Blocks of 16 bytes from the start that hold ASCII and characters of two to four bytes only,
+// none overlong and no surrogate. A character that runs past a block is left to the next one,
+// so the result ends between two characters. Whatever else stops it, the five- and six-byte
+// forms included, which Utf8Char reads.
+size_t Utf8Blocks(const unsigned char* p, size_t n) {
+    size_t i = 0;
+    while (n - i >= 16) {
+        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i));
+        const unsigned nHigh = Mask(v);
+        if (nHigh == 0) {
+            i += 16;
+            continue;
+        }
+        // Signed compares: the bytes from 0x80 up are the negative ones, ASCII never matches.
+        const __m128i below90 = Below(v, 0x90), belowA0 = Below(v, 0xA0);
+        const __m128i belowF8 = Below(v, 0xF8);
+        const unsigned nTrail = Mask(Below(v, 0xC0));
+        const unsigned nLead = Mask(_mm_andnot_si128(Below(v, 0xC2), belowF8));
+        const unsigned nLead3 = Mask(_mm_andnot_si128(Below(v, 0xE0), belowF8)); // 3 bytes or more
+        const unsigned nLead4 = Mask(_mm_andnot_si128(Below(v, 0xF0), belowF8));
+        // The second byte after E0, ED and F0 in its narrower range.
+        const __m128i prev = _mm_slli_si128(v, 1);
+        const auto After = [&prev](unsigned char c) {
+            return _mm_cmpeq_epi8(prev, _mm_set1_epi8(static_cast<char>(c)));
+        };
+        const __m128i bad = _mm_or_si128(_mm_or_si128(_mm_and_si128(After(0xE0), belowA0),
+                                                      _mm_andnot_si128(belowA0, After(0xED))),
+                                         _mm_and_si128(After(0xF0), below90));
+        if ((nHigh & ~(nTrail | nLead)) != 0 || Mask(bad) != 0) break;
+        // Continuation bytes stand exactly where the first bytes want them.
+        const unsigned nWanted = (nLead << 1) | (nLead3 << 2) | (nLead4 << 3);
+        if ((nWanted & 0xFFFF) != nTrail) break;
+        if ((nWanted >> 16) == 0)
+            i += 16;
+        else
+            i += 31 - static_cast<size_t>(__builtin_clz(nLead)); // up to the last character
+    }
+    return i;
+}
+#else
+// Words of 8 ASCII bytes from the start.
+size_t Utf8Blocks(const unsigned char* p, size_t n) {
+    size_t i = 0;
+    for (; n - i >= 8; i += 8) {
+        uint64_t w;
+        memcpy(&w, p + i, sizeof(w));
+        if ((w & 0x8080808080808080ULL) != 0) break;
+    }
+    return i;
+}
+#endif
+
 } // namespace
 
 CQLIconv::CQLIconv()
@@ -131,7 +248,7 @@ CQLIconv::CQLIconv()
       m_cdWideOut(nullptr), m_nWideBound(0), m_bTextStart(true), m_bUseWide(false),
       m_bDiscard(false), m_nUnit(1), m_nBomFrom(0), m_bBomPending(false), m_bLittleFrom(false),
       m_nBomTo(0), m_bBomToWrite(false), m_bJpFrom(false), m_bJpTo(false), m_eJpIn(JP_ASCII),
-      m_eJpOut(JP_ASCII) {}
+      m_eJpOut(JP_ASCII), m_bUtf8Both(false) {}
 
 CQLIconv::~CQLIconv() {
     Close();
@@ -161,6 +278,7 @@ bool CQLIconv::Open(const char* pszTo, const char* pszFrom) {
     m_eJpIn = m_eJpOut = JP_ASCII;
     m_bTextStart = true;
     m_bUseWide = false;
+    m_bUtf8Both = IsName(pszFrom, kUtf8) && IsName(pszTo, kUtf8);
     return true;
 }
 
@@ -642,4 +760,24 @@ size_t CQLIconv::ConvFromJp(char** ppIn, size_t* pnInLeft, char** ppOut, size_t*
         return Done(nStop != 0 ? nStop : EILSEQ);
     }
     return Done(0);
+}
+
+size_t CQLIconv::Utf8Span(const char* pText, size_t nLen) {
+    const unsigned char* p = reinterpret_cast<const unsigned char*>(pText);
+    size_t i = 0;
+    for (;;) {
+        i += Utf8Blocks(p + i, nLen - i);
+        if (i == nLen) return i;
+        const size_t k = Utf8Char(p + i, nLen - i);
+        if (k == 0) return i;
+        i += k;
+    }
+}
+
+bool CQLIconv::Utf8Incomplete(const char* pText, size_t nLen) {
+    const unsigned char* p = reinterpret_cast<const unsigned char*>(pText);
+    if (nLen == 0 || kUtf8Lead[p[0]].nLen <= nLen) return false;
+    for (size_t i = 1; i < nLen; ++i)
+        if (!IsTrail(p[i])) return false;
+    return true;
 }

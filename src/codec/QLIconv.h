@@ -17,9 +17,14 @@
 //  - "ISO-2022-JP-MS": ISO-2022-JP with the CP932 repertoire (JIS X 0208 with NEC row 13
 //    and the NEC-selected IBM extensions, half-width katakana by ESC ( I), done here on top
 //    of the C library's CP932. ESC ( J is read as ASCII, as Windows does.
+//  - Shift_JIS under any of its names (SHIFT_JIS, SHIFT-JIS, SJIS, X-SJIS, MS_KANJI,
+//    CSSHIFTJIS, WINDOWS-31J) is CP932 both ways, as Windows writes it and browsers read it:
+//    NEC row 13 and the IBM extensions are known, and 0x5C is a backslash, not a yen sign.
+//    Text in the JIS mapping (yen sign, wave dash, overline) is still written.
 //
 // Every other name goes to iconv_open as it is given. Built against GNU libiconv, this class
-// would shrink to a forwarder to libiconv_open, libiconv, libiconvctl and libiconv_close.
+// would shrink to the Shift_JIS names and a forwarder to libiconv_open, libiconv, libiconvctl
+// and libiconv_close.
 //
 // Performance: the C library converts between two non-Unicode charsets in two steps and, when
 // the output is full, converts again what the second step could not take, which makes small
@@ -42,6 +47,17 @@ public:
     // As iconv_close: 0, or -1 with errno set. Everything is released either way.
     int Close();
     void SetDiscardIlseq(bool bDiscard);
+
+    // Both names are names of UTF-8. CQLConvParser then copies a text where the C library
+    // would take it, and does not come here.
+    bool IsUtf8Both() const { return m_bUtf8Both; }
+    bool IsDiscarding() const { return m_bDiscard; }
+    // How the C library's UTF-8 decoder reads a text: the length of the longest start made of
+    // characters it takes, and whether a text that it does not take at its start is rather a
+    // character cut off by the end (a first byte followed only by continuation bytes, fewer
+    // than it needs), for which it asks for more input instead of refusing it.
+    static size_t Utf8Span(const char* pText, size_t nLen);
+    static bool Utf8Incomplete(const char* pText, size_t nLen);
 
     // As iconv(3). A null input writes the closing shift sequence (with a null output too,
     // only the state is reset); either way the next text starts afresh, byte-order marks
@@ -91,6 +107,7 @@ private:
     bool m_bJpTo;
     JpMode m_eJpIn;
     JpMode m_eJpOut;
+    bool m_bUtf8Both;
 };
 
 #endif

@@ -315,6 +315,23 @@ bool CQLFileParser::ReadLine(std::string& strLine, bool bStripEOL) {
     int nCaughtCode = 0;
     char c = 0;
     for (;;) {
+        if (m_nBufferLen > 0) {
+            // The buffered run up to the line end at once, as byte by byte would take it.
+            const char* p = m_strBuffer.data() + m_nBufferPos;
+            const char* pLF = static_cast<const char*>(memchr(p, '\n', m_nBufferLen));
+            const int nRun = pLF ? static_cast<int>(pLF - p) : m_nBufferLen;
+            const int nTaken = pLF ? nRun + 1 : nRun;
+            strLine.append(p, static_cast<size_t>(nRun));
+            m_nBufferPos += nTaken;
+            m_nBufferLen -= nTaken;
+            m_nFilePos += nTaken;
+            if (pLF == nullptr) continue;
+            if (!bStripEOL)
+                strLine += '\n';
+            else if (!strLine.empty() && strLine[strLine.size() - 1] == '\r')
+                strLine.erase(strLine.size() - 1);
+            return true;
+        }
         bool bGot = false;
         try {
             bGot = ReadFromBuffer(c);

@@ -209,7 +209,6 @@ public:
 
 private:
     struct ParseFrame;
-    struct DelimiterIndex;
     // The fields that type and name a part: the first of each name, as FindHdrItem finds them.
     struct PartFields {
         const CQLMimeHdrItem* pType = nullptr;
@@ -230,16 +229,14 @@ private:
     // without recursion, so that nesting depth costs no stack.
     bool ParseHead(ParseFrame& frame, CQLFixedObjPoolParser<CQLMimeMsg>& Pool, int& nParseCnt,
                    bool bHdrOnly, unsigned long& nResult);
-    CQLMimeMsg* NextChild(ParseFrame& frame, CQLFixedObjPoolParser<CQLMimeMsg>& Pool);
+    // The search for the delimiter that ends the next part.
+    void NextDelimiter(ParseFrame& frame);
+    CQLMimeMsg* NewChild(ParseFrame& frame, CQLFixedObjPoolParser<CQLMimeMsg>& Pool);
     bool AfterChild(ParseFrame& frame, CQLMimeMsg* pChild, unsigned long nChildResult,
                     unsigned long& nResult);
+    // Whether the delimiter closed the multipart; true with the value to return when it ends.
+    bool AfterDelimiter(ParseFrame& frame, unsigned long& nResult);
     unsigned long FinishTop(ParseFrame& frame, unsigned long nResult);
-    // BDFind; with pIndex, a memory source is searched through the index of the parse.
-    unsigned long FindDelimiter(CQLIMimeStr* pMimeStr, const std::string& strBoundary,
-                                unsigned long nFrom, int* pnLine, int* pbCRLF,
-                                DelimiterIndex* pIndex);
-    // The line count FastLineCnt gives for a leaf body.
-    unsigned long BodyLineCnt(const ParseFrame& frame, unsigned long nBSO, unsigned long nBEO);
     void NameEmbeddedMessage(unsigned long nHdr, unsigned long nEnd);
     CQLIMimeStr* Source() const;
     // The whole message to a descriptor, a file or a stream.

@@ -455,6 +455,25 @@ bool CQLMimeMsgInfo::IsImageExtention(const std::string& strName) {
 
 // ---- streaming ----
 
+namespace {
+
+// Nothing but base64 characters, in whole groups: such lines decode alike one by one and
+// joined, so they can be decoded together.
+bool IsWholeGroups(const std::string& strLine) {
+    if (strLine.size() % 4 != 0) return false;
+    for (char c : strLine)
+        if (CQLCodecParser::base64_dec_table[static_cast<unsigned char>(c)] >= 64) return false;
+    return true;
+}
+
+} // namespace
+
+void CQLMimeMsgInfo::DecodeGroups(CQLCodecParser& codec, std::string& strBlock) {
+    if (m_strGroups.empty()) return;
+    strBlock += codec.DecodeB64(m_strGroups, true);
+    m_strGroups.clear();
+}
+
 bool CQLMimeMsgInfo::OpenAttach(const CQLMimeAttachInfo& Attach) {
     m_AttachInfo.m_nStartPos = Attach.m_nStartPos;
     m_AttachInfo.m_nEndPos = Attach.m_nEndPos;
@@ -498,6 +517,7 @@ bool CQLMimeMsgInfo::GetAttachContentNext(std::string& strBlock, const bool& bDe
     strBlock.reserve(static_cast<size_t>(nBudget) + 128);
     // The base64 remainder does not outlive the call: a block starts on a fresh group.
     m_strCarry.clear();
+    m_strGroups.clear();
     std::string& strLine = m_strLine;
     try {
         while (m_File.ReadLine(strLine, false)) {
@@ -525,7 +545,12 @@ bool CQLMimeMsgInfo::GetAttachContentNext(std::string& strBlock, const bool& bDe
                     m_strCarry.assign(strLine, nWhole, std::string::npos);
                     strLine.resize(nWhole);
                 }
-                strBlock += codec.DecodeB64(strLine, true);
+                if (IsWholeGroups(strLine)) {
+                    m_strGroups += strLine;
+                } else {
+                    DecodeGroups(codec, strBlock);
+                    strBlock += codec.DecodeB64(strLine, true);
+                }
             } else {
                 // A bare LF becomes CR LF; the counters keep the bytes as read.
                 if (!strLine.empty() && strLine.back() == '\n' &&
@@ -542,6 +567,7 @@ bool CQLMimeMsgInfo::GetAttachContentNext(std::string& strBlock, const bool& bDe
         m_strLastError = "In CQLMimeMsgInfo::GetAttachContentNext, " + e.GetLastError();
         return false;
     }
+    DecodeGroups(codec, strBlock);
     if (strBlock.empty()) {
         m_strLastError = "In CQLMimeMsgInfo::GetAttachContentNext, attach is empty";
         return false;

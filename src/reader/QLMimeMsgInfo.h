@@ -8,6 +8,8 @@
 
 #include <string>
 
+class CQLCodecParser;
+
 // Read-only facade over one stored message: serves headers, text and attachments from the
 // format string that CQLMimeMsg wrote and the message file, seeking to the stored offsets
 // and never parsing the message again. Nothing ties the string to the file: stale offsets
@@ -106,10 +108,15 @@ private:
     // From the start, the first record of the level into Item.
     bool FindLevel(CQLMimeMsgInfoItem& Item, const std::string& strLevel);
 
-    // Reused by the record scans so that they do not allocate per record.
+    // Appends the decoding of the gathered base64 lines to the block.
+    void DecodeGroups(CQLCodecParser& codec, std::string& strBlock);
+
+    // Reused by the record scans and the streaming loop, so that they do not allocate per
+    // record or per line.
     CQLMimeMsgInfoItem m_Item;
-    std::string m_strLine;  // the streaming loop's line
-    std::string m_strCarry; // and its base64 remainder
+    std::string m_strLine;   // the line read
+    std::string m_strCarry;  // the base64 remainder of the line before
+    std::string m_strGroups; // base64 lines in whole groups, decoded together
 };
 
 #endif

@@ -55,6 +55,9 @@ TEST(ConvParser, FixCSRulesInOrder) {
         {"ISO-2022-JP-2", "ISO-2022-JP-2"}, {"gb2312", "GBK"}, {"GB-2312", "GBK"}, {"g", "GBK"},
         {"gb23120", "gb23120"}, {"euc-kr", "UHC"}, {"EUCKR", "UHC"}, {"eu", "UHC"},
         {"euc-jp", "euc-jp"}, {"euc_kr", "euc-kr"}, {"", "GBK"}, {"koi8-r", "koi8-r"},
+        // Shift_JIS labels keep their texts; what stands behind them is the converter's.
+        {"Shift_JIS", "Shift-JIS"}, {"x_sjis", "x-sjis"}, {"sjis", "sjis"},
+        {"MS_Kanji", "MS_Kanji"}, {"csShiftJIS", "csShiftJIS"}, {"windows-31j", "windows-31j"},
     };
     // clang-format on
     for (const auto& c : kCases) EXPECT_EQ(Fix(c[0]), c[1]) << c[0];
@@ -173,8 +176,8 @@ TEST(ConvParser, TailsIllegalSequencesAndAutodetect) {
         {"_autodetect_jp", "UTF-8", true, "\xC6\xC6", "\xEF\xBE\x86\xEF\xBE\x86"},
         // Not Shift_JIS, not 7-bit ISO-2022-JP-2: EUC-JP.
         {"autodetect_jp", "UTF-8", true, "\xC6\xFC\xCB\xDC", kNihon},
-        // 7-bit ISO-2022-JP is valid Shift_JIS too, where 0x5C is the yen sign.
-        {"autodetect_jp", "UTF-8", true, "\x1B$BF|K\\\x1B(B", "\x1B$BF|K\xC2\xA5\x1B(B"},
+        // 7-bit ISO-2022-JP is valid Shift_JIS (read as CP932) too, escapes and all.
+        {"autodetect_jp", "UTF-8", true, "\x1B$BF|K\\\x1B(B", "\x1B$BF|K\\\x1B(B"},
         // A target that cannot be opened fails the first try.
         {"autodetect_kr", "no-such-charset", true, "a", "!In Conv, " + kInOpen},
     };

@@ -21,6 +21,16 @@ std::string Base64Lines(const std::string& strData) {
     return strOut;
 }
 
+// The descriptor of the first record: the body of a message without parts.
+CQLMimeAttachInfo FirstRecord(const std::string& strFormat) {
+    CQLMimeMsgInfo::CQLMimeMsgInfoItem item;
+    item.Set(strFormat.c_str());
+    CQLMimeAttachInfo a;
+    a.m_nStartPos = item.m_nBSO, a.m_nEndPos = item.m_nBEO, a.m_nEncoding = item.m_Encoder;
+    a.m_nLineCnt = item.m_nLineCnt;
+    return a;
+}
+
 std::vector<std::pair<std::string, std::string>> List(CQLMimeMsgInfo& info, bool bCID) {
     std::vector<std::pair<std::string, std::string>> v;
     info.InitAttachCursor();
@@ -54,7 +64,7 @@ TEST(MsgInfoAttach, AttachmentsAgainstInlineImages) {
         Part("Content-Type: image/png; name=k.png\nContent-ID: <k@x>\n"
              "Content-Disposition: ATTACHMENT; filename=k.png",
              "K") +
-        "--b--\n";
+        Part("Content-Type: image/png; name=n.png", "N") + "--b--\n";
     for (const auto& [strForm, strBytes] : BothForms(strMsg)) {
         SCOPED_TRACE(strForm);
         CTempDir dir;
@@ -68,7 +78,8 @@ TEST(MsgInfoAttach, AttachmentsAgainstInlineImages) {
         EXPECT_EQ(List(info, false), (V{{"b.gif", "GIF" + strEnd},
                                         {"c.pdf", "PDF" + strEnd},
                                         {"e.jpeg", "JPEG" + strEnd},
-                                        {"a_b_c__t.txt", "F" + strEnd}}));
+                                        {"a_b_c__t.txt", "F" + strEnd},
+                                        {"n.png", "N" + strEnd}}));
         EXPECT_EQ(List(info, true), (V{{"<a@x>", "ABC"},
                                        {"<b@x>", "GIF" + strEnd},
                                        {"<d@x>", "JPG" + strEnd},
@@ -100,7 +111,8 @@ TEST(MsgInfoAttach, NamesAndStructureTests) {
         {{}, false, false},       {{8}, true, false},         {{3, 8}, true, true},
         {{3, 2, 8}, false, true}, {{3}, false, true},         {{2, 1, 0, 8}, true, false},
         {{2, 3, 8}, true, true},  {{2, 3, 0, 8}, true, true}, {{2, 0, 3}, false, true},
-        {{0, 8}, false, false},   {{14, 8}, false, false},
+        {{0, 8}, false, false},   {{2, 0}, false, false},     {{2, 3, 0}, false, true},
+        {{14, 8}, false, false},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(::testing::PrintToString(c.subtypes));
@@ -162,6 +174,44 @@ TEST(MsgInfoAttach, StreamingAndSizesOfBase64) {
     }
 }
 
+// Lines that are not whole groups carry their rest to the next line of the same block only.
+TEST(MsgInfoAttach, Base64LinesOfAnyLength) {
+    struct Case {
+        std::string strBody;
+        std::string strWant;
+    } cases[] = {
+        {"QUJD\nQUJDR\nUZHSA==", "ABCABCEFGH"},
+        {"QQ==\nQUJD", "AABC"},  // each line stops at its own padding
+        {"QU*J\nD", ""},         // a foreign byte breaks the group of its line
+        {"QUJDQ\nU\nJD", "ABC"}, // short lines keep the rest they were given
+        {" QUJD\n\tQUJD \n", "ABCABC"},
+    };
+    for (const Case& c : cases) {
+        for (const auto& [strForm, strMsg] :
+             BothForms("Content-Transfer-Encoding: base64\n\n" + c.strBody + "\n")) {
+            SCOPED_TRACE(strForm + " " + c.strBody);
+            CTempDir dir;
+            const Stored s = Store(dir, strMsg);
+            CQLMimeMsgInfo info(s.strPath, s.strFormat);
+            EXPECT_EQ(Joined(StreamBlocks(info, FirstRecord(s.strFormat), true)), c.strWant);
+        }
+    }
+    // Lines of 77 characters: within a block the rests join, at its end the rest is lost.
+    const std::string strData = PatternBytes(30000);
+    CQLCodecParser codec;
+    const std::string strB64 = codec.EncodeB64(strData, false, true, 76);
+    std::string strBody;
+    for (size_t i = 0; i < strB64.size(); i += 77) strBody += strB64.substr(i, 77) + "\r\n";
+    CTempDir dir;
+    const Stored s = Store(dir, "Content-Transfer-Encoding: base64\r\n\r\n" + strBody);
+    CQLMimeMsgInfo info(s.strPath, s.strFormat);
+    const std::vector<std::string> blocks = StreamBlocks(info, FirstRecord(s.strFormat), true);
+    ASSERT_GE(blocks.size(), 2u);
+    // 130 lines of 79 bytes make the first block: 10010 characters, 2502 whole groups.
+    EXPECT_EQ(blocks[0], strData.substr(0, 2502 * 3));
+    EXPECT_NE(Joined(blocks), strData);
+}
+
 TEST(MsgInfoAttach, SizesFromTheTailAndReadThrough) {
     struct Case {
         std::string strMsg;
@@ -176,18 +226,16 @@ TEST(MsgInfoAttach, SizesFromTheTailAndReadThrough) {
         {"Content-Transfer-Encoding: base64\n\n", 0},
         {"Content-Transfer-Encoding: quoted-printable\n\ncaf=C3=A9 =\nsoft\nline\n",
          sizeof("café soft\r\nline\r\n") - 1},
-        {"Content-Transfer-Encoding: 8bit\n\nline\nend", 9},
+        // The whole tail when its last "=" is too close to its start for a group.
+        {"Content-Transfer-Encoding: base64\n\nQQ=" + std::string(37, 'A'), 28},
+        {"Content-Transfer-Encoding: 8bit\n\nline=3D\nend", 12},
     };
     CTempDir dir;
     for (const Case& c : cases) {
         SCOPED_TRACE(c.strMsg);
         const Stored s = Store(dir, c.strMsg);
         CQLMimeMsgInfo info(s.strPath, s.strFormat);
-        CQLMimeMsgInfo::CQLMimeMsgInfoItem item;
-        item.Set(s.strFormat.c_str());
-        CQLMimeAttachInfo a;
-        a.m_nStartPos = item.m_nBSO, a.m_nEndPos = item.m_nBEO, a.m_nEncoding = item.m_Encoder;
-        a.m_nLineCnt = item.m_nLineCnt;
+        const CQLMimeAttachInfo a = FirstRecord(s.strFormat);
         // Reading through ends the stream that was open.
         ASSERT_TRUE(info.OpenAttach(a));
         EXPECT_EQ(info.GetAttachContentSize(a, true), c.nSize);
@@ -235,6 +283,12 @@ TEST(MsgInfoAttach, StreamEndsAndFailures) {
     } catch (CQLExceptionParser& e) {
         EXPECT_NE(e.GetLastError().find("Is a directory"), std::string::npos);
     }
+    CQLMimeMsgInfo slash(dir.Dir() + "/", "");
+    EXPECT_FALSE(slash.OpenAttach(a));
+    EXPECT_EQ(slash.GetLastError(),
+              "In CQLMimeMsgInfo::GetHeader, In SetFileName(), invalid filename[" + dir.Dir() +
+                  "/]");
+    EXPECT_FALSE(slash.GetAttachContentNext(strBlock, true));
     std::filesystem::remove(s.strPath);
     EXPECT_FALSE(info.OpenAttach(a));
     EXPECT_EQ(info.GetLastError().rfind("In CQLMimeMsgInfo::GetHeader, In Open(", 0), 0u);

@@ -56,6 +56,11 @@ TEST(MsgInfoHeader, RawBlockAndValues) {
         EXPECT_FALSE(info.GetHeader(strOut, ""));
         EXPECT_EQ(info.GetLastError().rfind("In CQLMimeMsgInfo::GetHeader, In Open(", 0), 0u)
             << info.GetLastError();
+        // A path that has become a directory opens, and fails at the read.
+        std::filesystem::create_directory(s.strPath);
+        EXPECT_FALSE(info.GetHeader(strOut, ""));
+        EXPECT_EQ(info.GetLastError().rfind("In CQLMimeMsgInfo::GetHeader, In Read(", 0), 0u)
+            << info.GetLastError();
     }
 }
 
@@ -110,6 +115,7 @@ TEST(MsgInfoHeader, LevelMatchWithTwoBlocks) {
     CQLMimeMsgInfo other(s.strPath, strFormat);
     ASSERT_TRUE(other.GetHeaderValue("From", strOut, false, "", "UTF-8", "A"));
     EXPECT_FALSE(other.GetHeaderValue("Missing", strOut, false, "", "UTF-8", "B"));
+    EXPECT_TRUE(other.m_bHdrParsed);
     EXPECT_EQ(other.m_strHdrLevel, "A");
     // Level A now answers from a list that holds B's items too.
     ASSERT_TRUE(other.GetHeaderValue("X-Inner", strOut, false, "", "UTF-8", "A"));

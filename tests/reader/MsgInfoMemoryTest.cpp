@@ -5,14 +5,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#if defined(__SANITIZE_ADDRESS__)
-#define QLMAIL_TEST_ASAN 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define QLMAIL_TEST_ASAN 1
-#endif
-#endif
-
 namespace {
 
 long PeakKiB() {
@@ -86,7 +78,7 @@ Rise StreamPeakRise(const Stored& s) {
 } // namespace
 
 TEST(MsgInfoMemory, StreamingKeepsThePeakFlat) {
-#ifdef QLMAIL_TEST_ASAN
+#ifdef __SANITIZE_ADDRESS__
     GTEST_SKIP() << "the sanitizer's quarantine distorts peak memory";
 #endif
     CTempDir dir;

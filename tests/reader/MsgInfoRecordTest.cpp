@@ -47,6 +47,8 @@ TEST(MsgInfoRecord, SetReadsFieldsByCommas) {
                   c.texts);
         EXPECT_EQ(item.GetLastError(), "");
     }
+    EXPECT_TRUE(item.Set(nullptr));
+    EXPECT_EQ(item.m_strFilename, "");
 }
 
 TEST(MsgInfoRecord, CursorRuleAndDefaultCharset) {
@@ -94,7 +96,7 @@ TEST(MsgInfoRecord, DamagedAndStaleFormatStrings) {
         ",,,,\x05",
         "garbage\x05\x05,\x05",
         std::string("\xff\x00\x05", 3),
-        fill("1,9,0,0,0,0,9,1"),                       // BEO below BSO, HEO below HSO
+        fill("9,1,0,0,0,0,9,1"),                       // BEO below BSO, HEO below HSO
         fill("0,2000000000,0,0,0,0,0,2000000000"),     // past the end
         fill("-40,-1,0,0,-1,-1,-40,-1"),               // wrapped to 4 GiB
         fill("60,4100,0,0,4000,4100,60,4100"),         // running past the end
@@ -130,14 +132,27 @@ TEST(MsgInfoRecord, DamagedAndStaleFormatStrings) {
         SCOPED_TRACE(::testing::PrintToString(f));
         exercise(s.strPath, f);
     }
+    // A reversed range, and one that starts past the end, read nothing.
+    for (const char* pszOffsets : {"9,1,0,0,0,0,9,1", "4000,4100,0,0,4000,4100,4000,4100"}) {
+        CQLMimeMsgInfo info(s.strPath, fill(pszOffsets));
+        std::string strOut = "x";
+        EXPECT_TRUE(info.GetHeader(strOut, ""));
+        EXPECT_EQ(strOut, "");
+        EXPECT_TRUE(info.GetText(strOut, false, "", "", "UTF-8", true, ""));
+        EXPECT_EQ(strOut, "");
+    }
 
     // The file shortened, replaced by other bytes, and deleted after the string was written.
     const std::string strPath = dir.MakeFile(strMsg);
-    for (const std::string& strNow : {strMsg.substr(0, 70), std::string("x"), std::string()}) {
+    for (const std::string& strNow : {strMsg.substr(0, 70), std::string(), std::string("x")}) {
         SCOPED_TRACE(strNow);
         std::ofstream(strPath, std::ios::binary | std::ios::trunc) << strNow;
         exercise(strPath, s.strFormat);
     }
+    CQLMimeMsgInfo info(strPath, s.strFormat);
+    std::string strOut;
+    EXPECT_TRUE(info.GetHeader(strOut, ""));
+    EXPECT_EQ(strOut, "x");
     std::filesystem::remove(strPath);
     exercise(strPath, s.strFormat);
 }

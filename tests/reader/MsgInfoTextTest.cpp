@@ -83,6 +83,10 @@ TEST(MsgInfoText, CharsetChain) {
         std::string strWant;
     } cases[] = {
         {"", "euc-kr", "", "", "\xbe\xc8", "안"},
+        {"", "utf-8", "", "",
+         "a\xff"
+         "b",
+         "ab"}, // an invalid sequence is dropped
         {"", "'euc-kr'", "", "", "\xbe\xc8", "안"},
         {"", "X-UNKNOWN", "euc-kr", "", "\xbe\xc8", "안"},
         {"", "euc-kr", "", "x-unknown", "\xbe\xc8", "\xbe\xc8"}, // forced as it stands
