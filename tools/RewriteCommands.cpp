@@ -14,6 +14,11 @@
 #include <vector>
 
 const char* const kRewriteUsage =
+    "Rewriting a stored message in place. FILE is rewritten through a temporary file beside\n"
+    "it, and FILE.fmt, when it exists, is written anew from a fresh parse of the result. Where\n"
+    "no part takes the banner or tag, or no field is to change, the message stays as it is and\n"
+    "a note says so.\n"
+    "\n"
     "  edit FILE [--add 'Name: value']... [--set 'Name: value']... [--del Name]...\n"
     "       [--front] [--encode b|q --charset CS]\n"
     "                         edit the top header fields, in the order given, and write the\n"
@@ -37,11 +42,7 @@ const char* const kRewriteUsage =
     "  attachments --tree [--json] FILE\n"
     "                         list the attachments found on the parsed message: number, name,\n"
     "                         content type, transfer encoding, body offsets, decoded size,\n"
-    "                         Content-ID\n"
-    "\n"
-    "The rewriting commands rewrite FILE in place and write FILE.fmt anew when it exists, from\n"
-    "a fresh parse of the rewritten message. Where no part takes the banner or tag, or no field\n"
-    "is to change, the message stays as it is and a note says so.\n";
+    "                         Content-ID\n";
 
 namespace {
 
