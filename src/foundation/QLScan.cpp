@@ -4,10 +4,7 @@
 #include <cstdint>
 #include <cstring>
 
-// The vector forms are compiled for x86-64 only, where SSE2 is always there and AVX2 is asked
-// for at run time. QLMAIL_PORTABLE leaves them out, to build as for any other processor.
-#if defined(__x86_64__) && !defined(QLMAIL_PORTABLE)
-#define QLMAIL_SCAN_X86 1
+#ifdef QLMAIL_SCAN_X86
 #include <immintrin.h>
 #endif
 
@@ -44,20 +41,6 @@ unsigned long CountLFPortable(const char* p, unsigned long n) {
     }
     for (; i < n; ++i) nCount += p[i] == '\n';
     return nCount;
-}
-
-const char* LineEndPortable(const char* p, size_t n) {
-    const char* pLF = static_cast<const char*>(memchr(p, '\n', n));
-    const size_t nLine = pLF != nullptr ? static_cast<size_t>(pLF - p) : n;
-    const char* pCR = static_cast<const char*>(memchr(p, '\r', nLine));
-    return pCR != nullptr ? pCR : p + nLine;
-}
-
-size_t HeaderLinePortable(const char* p, size_t n, const char*& pColon) {
-    const char* pLF = static_cast<const char*>(memchr(p, '\n', n));
-    const size_t nLine = pLF != nullptr ? static_cast<size_t>(pLF - p) + 1 : n;
-    pColon = static_cast<const char*>(memchr(p, ':', nLine));
-    return nLine;
 }
 
 // Words of ASCII.
@@ -178,44 +161,6 @@ __attribute__((target("avx2,popcnt"))) const char* FindAvx2(const char* pHay, si
     return nullptr;
 }
 
-const char* LineEndSse2(const char* p, size_t n) {
-    const __m128i vCR = _mm_set1_epi8('\r');
-    const __m128i vLF = _mm_set1_epi8('\n');
-    size_t i = 0;
-    for (; i + 16 <= n; i += 16) {
-        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i));
-        const unsigned int nMask = static_cast<unsigned int>(
-            _mm_movemask_epi8(_mm_or_si128(_mm_cmpeq_epi8(v, vCR), _mm_cmpeq_epi8(v, vLF))));
-        if (nMask != 0) return p + i + __builtin_ctz(nMask);
-    }
-    for (; i < n; ++i)
-        if (p[i] == '\r' || p[i] == '\n') return p + i;
-    return p + n;
-}
-
-// Header lines are short, and each needs both its end and its first colon: one pass.
-size_t HeaderLineSse2(const char* p, size_t n, const char*& pColon) {
-    const __m128i vLF = _mm_set1_epi8('\n');
-    const __m128i vColon = _mm_set1_epi8(':');
-    pColon = nullptr;
-    size_t i = 0;
-    for (; i + 16 <= n; i += 16) {
-        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i));
-        const unsigned int nLF =
-            static_cast<unsigned int>(_mm_movemask_epi8(_mm_cmpeq_epi8(v, vLF)));
-        unsigned int nColon =
-            static_cast<unsigned int>(_mm_movemask_epi8(_mm_cmpeq_epi8(v, vColon)));
-        if (nLF != 0) nColon &= (nLF & (0u - nLF)) - 1; // colons before the LF
-        if (pColon == nullptr && nColon != 0) pColon = p + i + __builtin_ctz(nColon);
-        if (nLF != 0) return i + __builtin_ctz(nLF) + 1;
-    }
-    for (; i < n; ++i) {
-        if (p[i] == ':' && pColon == nullptr) pColon = p + i;
-        if (p[i] == '\n') return i + 1;
-    }
-    return n;
-}
-
 inline __m128i Below(__m128i v, unsigned char c) {
     return _mm_cmplt_epi8(v, _mm_set1_epi8(static_cast<char>(c))); // bytes 0x80 up to c - 1
 }
@@ -277,6 +222,8 @@ bool CQLScan::Runs(Form eForm) {
     return eForm == PORTABLE;
 #endif
 }
+
+const CQLScan::Form CQLScan::s_eBest = CQLScan::Detect();
 
 CQLScan::Form CQLScan::Detect() {
     return Runs(AVX2) ? AVX2 : Runs(SSE2) ? SSE2 : PORTABLE;
