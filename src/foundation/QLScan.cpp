@@ -238,6 +238,15 @@ CQLScan::Form Effective(CQLScan::Form eForm) {
 
 } // namespace
 
+// Sources count the newlines of every block they read, many small ones: one test, no more.
+unsigned long CQLScan::CountLF(const char* p, unsigned long n) {
+#ifdef QLMAIL_SCAN_X86
+    return s_eBest == AVX2 ? CountLFAvx2(p, n) : CountLFSse2(p, n);
+#else
+    return CountLFPortable(p, n);
+#endif
+}
+
 unsigned long CQLScan::CountLF(const char* p, unsigned long n, Form eForm) {
     switch (Effective(eForm)) {
 #ifdef QLMAIL_SCAN_X86

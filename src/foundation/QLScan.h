@@ -29,7 +29,8 @@ public:
     static Form Best() { return s_eBest; }
 
     // The newlines among the n bytes at p.
-    static unsigned long CountLF(const char* p, unsigned long n, Form eForm = Best());
+    static unsigned long CountLF(const char* p, unsigned long n);
+    static unsigned long CountLF(const char* p, unsigned long n, Form eForm);
     // The first match of the needle in the haystack, or null. With pnLF, also the number of
     // newlines from the start of the haystack up to the match, the match's first byte
     // included; without a match, the newlines of the whole haystack.
