@@ -86,6 +86,7 @@ TEST(Scan, NewlinesAndSearchesAsPlainSearchesGiveThem) {
         const size_t nUpTo = nAt == SV::npos ? hay.size() : std::min(nAt + 1, hay.size());
         const unsigned long nLF = std::count(hay.begin(), hay.begin() + nUpTo, '\n');
         const unsigned long nAllLF = std::count(hay.begin(), hay.end(), '\n');
+        EXPECT_EQ(CQLScan::CountLF(hay.data(), hay.size()), nAllLF); // the parser's entry
         for (CQLScan::Form e : Forms()) {
             SCOPED_TRACE("round " + std::to_string(nRound) + ", form " + std::to_string(e) +
                          ", needle " + ::testing::PrintToString(strNeedle));
@@ -115,6 +116,11 @@ TEST(Scan, LineEndsAndHeaderLinesAsPlainSearchesGiveThem) {
         const size_t nLine = nLF == SV::npos ? text.size() : nLF + 1;
         const size_t nColon = text.substr(0, nLine).find(':');
         const char* pColon = nColon == SV::npos ? nullptr : text.data() + nColon;
+        // The parser's entries, inline in the form the build prefers.
+        EXPECT_EQ(CQLScan::LineEnd(text.data(), text.size()), text.data() + nEnd);
+        const char* pFound = text.data();
+        EXPECT_EQ(CQLScan::HeaderLine(text.data(), text.size(), pFound), nLine);
+        EXPECT_EQ(pFound, pColon);
         for (CQLScan::Form e : Forms()) {
             SCOPED_TRACE(::testing::PrintToString(S(text)) + " form " + std::to_string(e));
             EXPECT_EQ(CQLScan::LineEnd(text.data(), text.size(), e), text.data() + nEnd);
