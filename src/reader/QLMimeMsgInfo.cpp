@@ -455,23 +455,47 @@ bool CQLMimeMsgInfo::IsImageExtention(const std::string& strName) {
 
 // ---- streaming ----
 
-namespace {
-
-// Nothing but base64 characters, in whole groups: such lines decode alike one by one and
-// joined, so they can be decoded together.
-bool IsWholeGroups(const std::string& strLine) {
-    if (strLine.size() % 4 != 0) return false;
-    for (char c : strLine)
-        if (CQLCodecParser::base64_dec_table[static_cast<unsigned char>(c)] >= 64) return false;
-    return true;
+void CQLMimeMsgInfo::AppendBase64Line(const char* pLine, unsigned long nLine, std::string& strBlock,
+                                      size_t& nOut) {
+    while (nLine > 0 && CQLStringParser::m_TableTrim[static_cast<unsigned char>(pLine[nLine - 1])])
+        --nLine;
+    while (nLine > 0 && CQLStringParser::m_TableTrim[static_cast<unsigned char>(*pLine)])
+        ++pLine, --nLine;
+    if (!m_strCarry.empty()) {
+        m_strWork.assign(m_strCarry).append(pLine, nLine);
+        pLine = m_strWork.data();
+        nLine = m_strWork.size();
+    }
+    // Three characters or fewer go as they are and leave the rest as it was.
+    if (nLine > 3) {
+        const unsigned long nWhole = nLine / 4 * 4;
+        if (nWhole == nLine)
+            m_strCarry.clear();
+        else
+            m_strCarry.assign(pLine + nWhole, nLine - nWhole);
+        nLine = nWhole;
+    }
+    const size_t nNeed = nOut + nLine / 4 * 3 + 3;
+    if (strBlock.size() < nNeed) strBlock.resize(std::max(nNeed, 2 * strBlock.size()));
+    nOut += CQLCodecParser::DecodeB64To(pLine, nLine, &strBlock[nOut]);
 }
 
-} // namespace
-
-void CQLMimeMsgInfo::DecodeGroups(CQLCodecParser& codec, std::string& strBlock) {
-    if (m_strGroups.empty()) return;
-    strBlock += codec.DecodeB64(m_strGroups, true);
-    m_strGroups.clear();
+void CQLMimeMsgInfo::AppendLine(const char* pLine, unsigned long nLine, bool bQP,
+                                std::string& strBlock) {
+    // A bare LF becomes CR LF; the counters keep the bytes as read.
+    const bool bBareLF =
+        nLine > 0 && pLine[nLine - 1] == '\n' && (nLine < 2 || pLine[nLine - 2] != '\r');
+    const unsigned long nText = bBareLF ? nLine - 1 : nLine;
+    // Quoted-printable decoding changes nothing in a line without "=".
+    if (!bQP || memchr(pLine, '=', nLine) == nullptr) {
+        strBlock.append(pLine, nText);
+        if (bBareLF) strBlock += "\r\n";
+        return;
+    }
+    m_strWork.assign(pLine, nText);
+    if (bBareLF) m_strWork += "\r\n";
+    CQLCodecParser codec;
+    strBlock += codec.DecodeQP(m_strWork, true);
 }
 
 bool CQLMimeMsgInfo::OpenAttach(const CQLMimeAttachInfo& Attach) {
@@ -512,62 +536,34 @@ bool CQLMimeMsgInfo::GetAttachContentNext(std::string& strBlock, const bool& bDe
 
     const bool bBase64 = bDecode && m_AttachInfo.m_nEncoding == CQLMimeConst::ENCODER_BASE64;
     const bool bQP = bDecode && m_AttachInfo.m_nEncoding == CQLMimeConst::ENCODER_QP;
-    CQLCodecParser codec;
     long long nBudget = std::min(m_nAttachRemain, kBlockBudget);
-    strBlock.reserve(static_cast<size_t>(nBudget) + 128);
+    // Base64 is decoded into room made once for the whole block, then cut to what it filled.
+    size_t nOut = 0;
+    if (bBase64)
+        strBlock.resize(static_cast<size_t>(nBudget) / 4 * 3 + 128);
+    else
+        strBlock.reserve(static_cast<size_t>(nBudget) + 128);
     // The base64 remainder does not outlive the call: a block starts on a fresh group.
     m_strCarry.clear();
-    m_strGroups.clear();
-    std::string& strLine = m_strLine;
     try {
-        while (m_File.ReadLine(strLine, false)) {
-            const long long nRead = static_cast<long long>(strLine.size());
+        const char* pLine = nullptr;
+        unsigned long nLine = 0;
+        while (m_File.ReadLineView(pLine, nLine, m_strLine)) {
+            const long long nRead = static_cast<long long>(nLine);
             m_nAttachRemain = static_cast<int>(
                 std::max<long long>(static_cast<long long>(m_nAttachRemain) - nRead, INT_MIN));
             nBudget -= nRead;
-
-            if (bBase64) {
-                // Trimmed (which also drops the line end), behind the remainder of the line
-                // before, and cut to whole groups of four.
-                size_t nEnd = strLine.size();
-                while (nEnd > 0 &&
-                       CQLStringParser::m_TableTrim[static_cast<unsigned char>(strLine[nEnd - 1])])
-                    --nEnd;
-                size_t nStart = 0;
-                while (nStart < nEnd &&
-                       CQLStringParser::m_TableTrim[static_cast<unsigned char>(strLine[nStart])])
-                    ++nStart;
-                strLine.resize(nEnd);
-                strLine.erase(0, nStart);
-                if (!m_strCarry.empty()) strLine.insert(0, m_strCarry);
-                if (strLine.size() > 3) {
-                    const size_t nWhole = strLine.size() / 4 * 4;
-                    m_strCarry.assign(strLine, nWhole, std::string::npos);
-                    strLine.resize(nWhole);
-                }
-                if (IsWholeGroups(strLine)) {
-                    m_strGroups += strLine;
-                } else {
-                    DecodeGroups(codec, strBlock);
-                    strBlock += codec.DecodeB64(strLine, true);
-                }
-            } else {
-                // A bare LF becomes CR LF; the counters keep the bytes as read.
-                if (!strLine.empty() && strLine.back() == '\n' &&
-                    (strLine.size() < 2 || strLine[strLine.size() - 2] != '\r'))
-                    strLine.insert(strLine.size() - 1, 1, '\r');
-                if (bQP)
-                    strBlock += codec.DecodeQP(strLine, true);
-                else
-                    strBlock += strLine;
-            }
+            if (bBase64)
+                AppendBase64Line(pLine, nLine, strBlock, nOut);
+            else
+                AppendLine(pLine, nLine, bQP, strBlock);
             if (m_nAttachRemain <= 0 || nBudget <= 0) break;
         }
     } catch (CQLFileParser& e) {
         m_strLastError = "In CQLMimeMsgInfo::GetAttachContentNext, " + e.GetLastError();
         return false;
     }
-    DecodeGroups(codec, strBlock);
+    if (bBase64) strBlock.resize(nOut);
     if (strBlock.empty()) {
         m_strLastError = "In CQLMimeMsgInfo::GetAttachContentNext, attach is empty";
         return false;
