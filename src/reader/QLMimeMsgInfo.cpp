@@ -5,6 +5,7 @@
 #include "codec/QLHdrCodec.h"
 #include "foundation/QLStringParser.h"
 #include "mime/QLMimeFile.h"
+#include "mime/QLMimeStr.h"
 
 #include <algorithm>
 #include <climits>
@@ -39,8 +40,25 @@ void ReadRange(CQLFileParser& file, int nFrom, int nTo, std::string& strOut) {
     const unsigned long nHeld = nSize > 0 ? static_cast<unsigned long>(nSize) : 0;
     unsigned long nLen = 0;
     if (nEnd > nStart && nStart < nHeld) nLen = std::min(nEnd, nHeld) - nStart;
-    file.SetPos(static_cast<long>(nStart), CQLFileParser::POS_SET);
-    file.Read(strOut, nLen);
+    file.ReadAt(static_cast<long long>(nStart), strOut, nLen);
+}
+
+// A header block is read in one piece of this size at least: most fit, and a read of a few
+// KiB costs about what an empty one does. The record's end of the block can make it longer.
+const unsigned long kPieceMin = 4096;
+const unsigned long kPieceMax = 65536;
+
+// Whether the bytes hold a whole blank line ("\n" or "\r\n" at the start or behind an LF),
+// where a header block ends at the latest.
+bool HasBlankLine(const char* p, size_t n) {
+    const char* const pEnd = p + n;
+    for (const char* q = p; q < pEnd;) {
+        if (*q == '\n' || (*q == '\r' && pEnd - q > 1 && q[1] == '\n')) return true;
+        q = static_cast<const char*>(memchr(q, '\n', static_cast<size_t>(pEnd - q)));
+        if (q == nullptr) break;
+        ++q;
+    }
+    return false;
 }
 
 // NUL bytes of decoded text become blanks, all but a NUL in the very last byte.
@@ -216,11 +234,14 @@ bool CQLMimeMsgInfo::GetHeaderValue(const std::string& strName, std::string& str
             m_strLastError = "No Such Header Block";
             return false;
         }
-        // A file that can't be opened reads as an empty block.
-        CQLMimeFile file;
-        file.SetData(m_strEmlPath, true);
         // The list is not emptied: a block parsed for another level stays in front.
-        m_Hdr.Parse(&file, FilePos(m_Item.m_nHSO));
+        const unsigned long nStart = FilePos(m_Item.m_nHSO);
+        if (!ParseHeaderPiece(nStart, FilePos(m_Item.m_nHEO))) {
+            // A file that can't be opened reads as an empty block.
+            CQLMimeFile file;
+            file.SetData(m_strEmlPath, true);
+            m_Hdr.Parse(&file, nStart);
+        }
         m_bHdrParsed = true;
     }
     const CQLMimeHdrItem* pItem =
@@ -237,6 +258,30 @@ bool CQLMimeMsgInfo::GetHeaderValue(const std::string& strName, std::string& str
         strOut = codec.Decode(strOut, strToCharset, strOrigin, CQLHdrCodec::O_HDRCODEC_NONE);
     }
     if (!bCached) m_strHdrLevel = strLevel;
+    return true;
+}
+
+bool CQLMimeMsgInfo::ParseHeaderPiece(unsigned long nStart, unsigned long nEnd) {
+    const unsigned long nWant =
+        std::clamp(nEnd > nStart ? nEnd - nStart + 512 : 0, kPieceMin, kPieceMax);
+    std::string strPiece;
+    try {
+        CQLFileParser file(m_strEmlPath, false);
+        if (!file.Open(kOpenRead)) return false;
+        file.ReadAt(static_cast<long long>(nStart), strPiece, nWant);
+        file.Close();
+    } catch (CQLExceptionParser&) {
+        return false;
+    }
+    // The parse looks at no line behind the first blank one, and up to it every line is
+    // whole in the piece; a piece that ends with the file is all there is to see anyway.
+    if (strPiece.size() == nWant && !HasBlankLine(strPiece.data(), nWant)) return false;
+    CQLMimeStr piece;
+    piece.SetData(strPiece, false);
+    m_Hdr.Parse(&piece, 0);
+    // Offsets of the file, as a parse of the file source gives them.
+    m_Hdr.m_nHdrStart += nStart;
+    m_Hdr.m_nHdrEnd += nStart;
     return true;
 }
 

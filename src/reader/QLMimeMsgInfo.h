@@ -106,6 +106,11 @@ private:
     // From the start, the first record of the level into Item.
     bool FindLevel(CQLMimeMsgInfoItem& Item, const std::string& strLevel);
 
+    // Parses the header block at nStart into m_Hdr from one read of the file, as a parse of
+    // the file itself would; nEnd, the block's end by the record, sizes the read. False,
+    // with nothing parsed, when the file can't be read or the block may run past the read.
+    bool ParseHeaderPiece(unsigned long nStart, unsigned long nEnd);
+
     // One line of the stream, as read with its line end, added to the block. A base64 line
     // is trimmed, put behind the rest of the line before and cut to whole groups (the new
     // rest kept in m_strCarry), then decoded to the block at nOut, which grows as needed.

@@ -1,9 +1,11 @@
-// The reading shortcuts give what the plain roads give: the stream decoded from lines where
-// they lie in the file's buffer, against lines read one by one as strings.
+// The reading shortcuts give what the plain roads give: the top header block parsed from one
+// read of the file, against the parse of the file as a source; and the stream decoded from
+// lines where they lie in the file's buffer, against lines read one by one as strings.
 #include "reader/ReaderTestUtil.h"
 
 #include "codec/QLCodecParser.h"
 #include "foundation/QLStringParser.h"
+#include "mime/QLMimeFile.h"
 
 #include <random>
 
@@ -75,6 +77,34 @@ std::string RandomBody(std::mt19937& gen) {
     return strBody;
 }
 
+void ExpectSameHeader(const std::string& strPath, const std::string& strFormat) {
+    CQLMimeMsgInfo info(strPath, strFormat);
+    std::string strOut;
+    info.GetHeaderValue("Subject", strOut, false, "", "UTF-8", "");
+    CQLMimeMsgInfo::CQLMimeMsgInfoItem item;
+    item.Set(strFormat.c_str());
+    CQLMimeFile file;
+    file.SetData(strPath, true);
+    const CQLMimeHdr want = [&] {
+        CQLMimeHdr hdr;
+        hdr.Parse(&file, static_cast<uint32_t>(item.m_nHSO));
+        return hdr;
+    }();
+
+    const CQLMimeHdr& got = info.m_Hdr;
+    ASSERT_EQ(got.size(), want.size());
+    for (auto g = got.begin(), w = want.begin(); g != got.end(); ++g, ++w) {
+        EXPECT_EQ(g->m_strName, w->m_strName);
+        EXPECT_EQ(g->m_strValue, w->m_strValue);
+        EXPECT_EQ(g->m_strRaw, w->m_strRaw);
+    }
+    EXPECT_EQ(got.m_nHdrStart, want.m_nHdrStart);
+    EXPECT_EQ(got.m_nHdrEnd, want.m_nHdrEnd);
+    EXPECT_EQ(got.m_nLineCnt, want.m_nLineCnt);
+    EXPECT_EQ(got.m_bAttachment, want.m_bAttachment);
+    EXPECT_EQ(got.GetLastError(), want.GetLastError());
+}
+
 } // namespace
 
 TEST(MsgInfoShortcut, StreamAgreesWithLinesReadOneByOne) {
@@ -102,6 +132,54 @@ TEST(MsgInfoShortcut, StreamAgreesWithLinesReadOneByOne) {
                     ASSERT_EQ(StreamBlocks(info, a, bDecode), PlainStream(strPath, a, bDecode));
                 }
             }
+        }
+    }
+}
+
+TEST(MsgInfoShortcut, HeaderFromOneReadAgreesWithTheFileParse) {
+    // A field folded across every boundary the read may have.
+    std::string strFields;
+    for (int i = 0; strFields.size() < 70000; ++i)
+        strFields += "X-Trace-" + std::to_string(i) + ": relay" + std::to_string(i) +
+                     ".example.net\n\tid " + PatternBytes(40) + "\n";
+    const std::string strTop = "Subject: s\nContent-Disposition: attachment; filename=a\n";
+    struct Case {
+        const char* pszName;
+        std::string strMsg;
+        std::string strHSO, strHEO; // a record field replaced where not empty
+    } cases[] = {
+        {"small", strTop + "\nbody\n", "", ""},
+        {"no blank line, the file ends", strTop + "X-Last: v", "", ""},
+        {"no blank line, the block ends at a line without colon",
+         strTop + "no colon here\n" + strFields, "", ""},
+        {"beyond the largest read", strTop + strFields + "\nbody\n", "", ""},
+        {"sized from a stale end", strTop + strFields.substr(0, 6000) + "\nbody\n", "", "0"},
+        {"start inside a line", strTop + "X-A: one\n\nbody\n", "3", ""},
+        {"start past the end", strTop + "\nbody\n", "100000", ""},
+        {"end before start", strTop + "\nbody\n", "20", "5"},
+    };
+    // Blank lines ending just before, across and just behind a read of 4096 bytes, which a
+    // record with no end of the block asks for.
+    std::vector<Case> all(std::begin(cases), std::end(cases));
+    for (const std::string strEol : {"\n", "\r\n"}) {
+        for (size_t nAt = 4092; nAt <= 4097; ++nAt) {
+            std::string strMsg = "Subject: s" + strEol + "X-Fill: ";
+            strMsg += std::string(nAt - strMsg.size() - strEol.size(), 'f') + strEol;
+            all.push_back({"blank line near 4096", strMsg + strEol + "body" + strEol, "", "0"});
+        }
+    }
+    CTempDir dir;
+    for (const Case& c : all) {
+        // The boundary cases are written in their own line ends already.
+        auto forms = BothForms(c.strMsg);
+        if (c.strMsg.find('\r') != std::string::npos) forms.resize(1);
+        for (const auto& [strForm, strMsg] : forms) {
+            SCOPED_TRACE(std::string(c.pszName) + " " + strForm + " " +
+                         std::to_string(strMsg.size()));
+            Stored s = Store(dir, strMsg);
+            if (!c.strHSO.empty()) s.strFormat = SetField(s.strFormat, 0, 0, c.strHSO);
+            if (!c.strHEO.empty()) s.strFormat = SetField(s.strFormat, 0, 1, c.strHEO);
+            ExpectSameHeader(s.strPath, s.strFormat);
         }
     }
 }
