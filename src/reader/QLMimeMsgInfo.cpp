@@ -61,6 +61,17 @@ bool HasBlankLine(const char* p, size_t n) {
     return false;
 }
 
+// strtol base 10 of a record field, which the comma behind it ends. Plain digits, as the
+// format string writes them, are read here; anything else goes to strtol.
+long FieldNumber(const char* pszField) {
+    long nValue = 0;
+    const char* p = pszField;
+    // 18 digits cannot overflow a long; a longer run is strtol's to clamp.
+    for (; *p >= '0' && *p <= '9' && p - pszField < 18; ++p) nValue = nValue * 10 + (*p - '0');
+    if (p == pszField || (*p >= '0' && *p <= '9')) return strtol(pszField, nullptr, 10);
+    return nValue;
+}
+
 // NUL bytes of decoded text become blanks, all but a NUL in the very last byte.
 void CleanNul(std::string& strText) {
     if (strText.size() < 2) return;
@@ -136,11 +147,11 @@ bool CQLMimeMsgInfo::CQLMimeMsgInfoItem::Set(const char* pszRecord) {
             m_strDepth.assign(pToken, nLen);
         } else if (nField <= 10) {
             // The comma behind the token ends the number.
-            *pNumbers[nField] = static_cast<int>(strtol(pToken, nullptr, 10));
+            *pNumbers[nField] = static_cast<int>(FieldNumber(pToken));
         } else if (nField == 11) {
             m_Encoder = static_cast<signed char>(*pToken);
         } else if (nField == 12) {
-            m_nLineCnt = static_cast<int>(strtol(pToken, nullptr, 10));
+            m_nLineCnt = static_cast<int>(FieldNumber(pToken));
         } else {
             pTexts[nField - 13]->assign(pToken, nLen);
         }
