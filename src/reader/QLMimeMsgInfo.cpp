@@ -618,6 +618,10 @@ bool CQLMimeMsgInfo::GetAttachContentNext(std::string& strBlock, const bool& bDe
     } catch (CQLFileParser& e) {
         m_strLastError = "In CQLMimeMsgInfo::GetAttachContentNext, " + e.GetLastError();
         return false;
+    } catch (...) {
+        // A read error passes through with the block holding what was decoded before it.
+        if (bBase64) strBlock.resize(nOut);
+        throw;
     }
     if (bBase64) strBlock.resize(nOut);
     if (strBlock.empty()) {

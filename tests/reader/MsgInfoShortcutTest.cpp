@@ -154,6 +154,9 @@ TEST(MsgInfoShortcut, HeaderFromOneReadAgreesWithTheFileParse) {
          strTop + "no colon here\n" + strFields, "", ""},
         {"beyond the largest read", strTop + strFields + "\nbody\n", "", ""},
         {"sized from a stale end", strTop + strFields.substr(0, 6000) + "\nbody\n", "", "0"},
+        // Lines that only look like the end: a blank and a CR to continue a field.
+        {"lines like a blank one",
+         strTop + "X-A: a\n \n\rX-B: b\n" + strFields.substr(0, 6000) + "\nbody\n", "", "0"},
         {"start inside a line", strTop + "X-A: one\n\nbody\n", "3", ""},
         {"start past the end", strTop + "\nbody\n", "100000", ""},
         {"end before start", strTop + "\nbody\n", "20", "5"},
