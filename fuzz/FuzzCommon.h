@@ -44,8 +44,10 @@ private:
     std::string m_strPath;
 };
 
-// Every reading operation of every entry; the library may refuse, but never crash.
-inline void ReadEveryPart(CQLMimeMsg& msg) {
+// Every reading operation of every entry; the library may refuse, but never crash. Names and
+// parameters depend on the header only, which the two sources read alike: bNames asks for
+// them where the header was read.
+inline void ReadEveryPart(CQLMimeMsg& msg, bool bNames = true) {
     std::string strBody;
     for (CQLMimeMsg* p : msg) {
         p->GetBody(strBody, true);
@@ -60,6 +62,7 @@ inline void ReadEveryPart(CQLMimeMsg& msg) {
         } catch (const std::out_of_range&) {
         } catch (const CQLExceptionParser&) {
         }
+        if (!bNames) continue;
         p->GetCID();
         p->GetSubject();
         p->GetDateStr();

@@ -4,8 +4,11 @@
 #include "foundation/QLExceptionParser.h"
 #include "foundation/QLFileParser.h"
 
+#include <cstdint>
+#include <memory>
 #include <ostream>
 #include <string>
+#include <vector>
 
 // A source of message bytes: the byte at an offset, the next match of a string, a range
 // delivered to a sink, and the number of lines in a range. Sources never throw on bad input;
@@ -53,14 +56,119 @@ public:
     static const char* FindBytes(const char* pHay, size_t nHay, const char* pNeedle, size_t nNeedle,
                                  unsigned long* pnLF = nullptr);
 
+    // The delimiter search of the tree parser: the next "\n--boundary" at or after nFrom that
+    // is a delimiter line, with the offset adjusted for CR LF; -1 when there is none. The
+    // counters are those of Find, summed over the searches made.
+    unsigned long FindBoundary(const std::string& strBoundary, unsigned long nFrom, int* pnLine,
+                               int* pbCRLF);
+
+    // Between BeginParse and EndParse the delimiters of a message that is not small are looked
+    // up in an index made in one pass when first asked for, so that a body inside nested
+    // multiparts is not searched again for every level. NextBoundary answers as FindBoundary
+    // does; it sets nLine to the line count FindBoundary would give, or to -1 when it has not
+    // counted, and then BoundaryLineCnt gives that count for the same search, the last one
+    // made. FastLineCnt counts from the index as well.
+    void BeginParse();
+    void EndParse();
+    unsigned long NextBoundary(const std::string& strBoundary, unsigned long nFrom, int& nLine);
+    virtual int BoundaryLineCnt(const std::string& strBoundary, unsigned long nFrom);
+
 protected:
+    class DelimiterIndex;
+
     // The size of the file just opened in m_File; throws as CQLFileParser::GetSize does.
     virtual long long OpenedFileSize() { return m_File.GetSize(); }
+    // Up to nWant bytes at nOffset, fewer at the end; throws CQLExceptionParser on a read error.
+    // With bPeek a file source reads a few bytes without moving its read-ahead window.
+    virtual const char* BytesAt(unsigned long nOffset, unsigned long nWant, unsigned long& nGot,
+                                bool bPeek) = 0;
+    // A search that NextBoundary answered from the index, ending at the raw match nHit.
+    virtual void NoteIndexedSearch(const std::string& strFind, unsigned long nFrom,
+                                   unsigned long nHit) {
+        (void)strFind, (void)nFrom, (void)nHit;
+    }
+    // Before the source is loaded anew.
+    virtual void BeforeReload() {}
+    // The index while a parse may use it for this pattern, made when first needed; otherwise null.
+    DelimiterIndex* IndexFor(const std::string& strFind);
 
     CQLFileParser m_File;
     std::string m_strData;
     unsigned long m_nLength;
     const char* m_pszData;
+    std::unique_ptr<DelimiterIndex> m_pIndex;
+    // The shortest message a parse indexes; tests lower or raise it to compare the indexed
+    // searches with the direct ones.
+    unsigned long m_nIndexFrom;
+    bool m_bParsing;
+    bool m_bIndexTried;
+};
+
+// Lines that begin with "--" and have something behind the dashes, found in one pass over the
+// message and grouped by a key of what follows the dashes up to the line end ("--" at its end
+// taken off), in the order of the message within a group, so that the delimiters of one
+// boundary are found without reading what lies between them. Newlines are counted per block
+// of 4096 bytes in the same pass.
+class CQLIMimeStr::DelimiterIndex {
+public:
+    static constexpr unsigned long MIN_LENGTH = 16 << 10; // smaller messages are searched
+    static constexpr size_t MAX_LINES = 1u << 24;
+
+    // False when the message can't be read or has more such lines than MAX_LINES. Lines whose
+    // text behind the dashes is longer than nMaxText bytes are left out.
+    bool Build(CQLIMimeStr& source, unsigned long nMaxText);
+    // Whether Find answers for this pattern ("\n--" and the boundary).
+    bool Covers(const std::string& strFind);
+    // FindBoundary without counters, for the pattern that Covers was last asked about; nHit
+    // is the raw match of the delimiter found.
+    unsigned long Find(CQLIMimeStr& source, const std::string& strFind, unsigned long nFrom,
+                       unsigned long& nHit);
+    // The newlines in [nFrom, nTo).
+    unsigned long LineCnt(CQLIMimeStr& source, unsigned long nFrom, unsigned long nTo) const;
+
+private:
+    static constexpr unsigned long LF_BLOCK = 4096;
+    struct Line {
+        uint32_t nKey;
+        uint32_t nAt; // the "\n" before the dashes
+        bool operator<(const Line& other) const {
+            return nKey != other.nKey ? nKey < other.nKey : nAt < other.nAt;
+        }
+    };
+
+    // Where the lookups of a key stand: searches go forward through the message, so the next
+    // lookup of a key starts where the last one ended.
+    struct Cursor {
+        uint32_t nKey = 0;
+        uint32_t nFrom = 0;
+        size_t nAt = 0;
+        bool bUsed = false;
+    };
+
+    uint32_t Key(const char* p, size_t n) const;
+    // The first line of the key at or after nFrom.
+    std::vector<Line>::const_iterator LowerBound(uint32_t nKey, unsigned long nFrom);
+    void Sort(std::vector<Line>& vLines);
+    // The delimiter of strFind at nAt as FindBoundary's test takes it, or -1 when strFind
+    // does not match there (bMatch false) or the match is no delimiter.
+    static unsigned long Test(CQLIMimeStr& source, const std::string& strFind, unsigned long nAt,
+                              bool& bMatch);
+    unsigned long FindOverlapping(CQLIMimeStr& source, const std::string& strFind,
+                                  unsigned long nFrom, unsigned long& nHit);
+
+    std::vector<Line> m_vLines;
+    std::vector<uint32_t> m_vLF; // newlines before each LF_BLOCK
+    Cursor m_aCursors[16];
+    // What is worked out once for the pattern asked for last: whether Find answers for it,
+    // and the keys its delimiters are found by.
+    std::string m_strLastFind;
+    bool m_bLastCovers = false;
+    bool m_bLastDashes = false;
+    bool m_bLastOverlaps = false; // a line break inside: matches can overlap
+    uint32_t m_nLastKey = 0, m_nLastDashKey = 0;
+    uint64_t m_nSeed = 0;
+    unsigned long m_nLength = 0;
+    bool m_bFile = false;
 };
 
 #endif

@@ -20,16 +20,18 @@ unsigned long CountLF(const char* p, unsigned long n) {
 } // namespace
 
 CQLMimeFile::CQLMimeFile()
-    : m_nWindowStart(0), m_nWindowLen(0), m_nEndSeen(static_cast<unsigned long>(-1)) {}
+    : m_nPinned(NONE), m_bReplaying(false), m_nWindowStart(0), m_nWindowLen(0),
+      m_nEndSeen(static_cast<unsigned long>(-1)) {}
 
 CQLMimeFile::CQLMimeFile(const CQLMimeFile& other)
-    : CQLIMimeStr(), m_nWindowStart(0), m_nWindowLen(0),
+    : CQLIMimeStr(), m_nPinned(NONE), m_bReplaying(false), m_nWindowStart(0), m_nWindowLen(0),
       m_nEndSeen(static_cast<unsigned long>(-1)) {
     m_strLastError = other.m_strLastError;
 }
 
 CQLMimeFile& CQLMimeFile::operator=(const CQLMimeFile& other) {
     if (this == &other) return *this;
+    SettleAll();
     CQLIMimeStr::operator=(other);
     InvalidateCache();
     return *this;
@@ -43,6 +45,7 @@ CQLMimeFile::~CQLMimeFile() {
 }
 
 void CQLMimeFile::Close() {
+    SettleAll();
     InvalidateCache();
     m_File.Close();
 }
@@ -57,6 +60,13 @@ long long CQLMimeFile::OpenedFileSize() {
         InvalidateCache();
     }
     return m_File.GetSize();
+}
+
+void CQLMimeFile::BeforeReload() {
+    m_vPending.clear();
+    m_vNeedles.clear();
+    m_nPinned = NONE;
+    m_strReadBuf.clear();
 }
 
 void CQLMimeFile::InvalidateCache() {
@@ -117,6 +127,40 @@ unsigned long CQLMimeFile::ReadAt(unsigned long nOffset, unsigned long nLen, cha
         if (!Fill(nPos)) break;
     }
     return nDone;
+}
+
+unsigned long CQLMimeFile::PeekAt(unsigned long nOffset, unsigned long nLen, char* pDest) {
+    unsigned long nDone = 0;
+    while (nDone < nLen) {
+        const ssize_t n =
+            pread(m_File.GetFD(), pDest + nDone, nLen - nDone, static_cast<off_t>(nOffset + nDone));
+        if (n < 0 && errno == EINTR) continue;
+        if (n < 0)
+            throw CQLExceptionParser("In Read(" + m_File.GetFileName() + "), " + strerror(errno),
+                                     0);
+        if (n == 0) break;
+        nDone += static_cast<unsigned long>(n);
+    }
+    return nDone;
+}
+
+const char* CQLMimeFile::BytesAt(unsigned long nOffset, unsigned long nWant, unsigned long& nGot,
+                                 bool bPeek) {
+    const unsigned long nWindowEnd = m_nWindowStart + m_nWindowLen;
+    if (nOffset >= m_nWindowStart && nOffset < nWindowEnd &&
+        (nWindowEnd - nOffset >= nWant || nWindowEnd >= m_nEndSeen)) {
+        nGot = std::min(nWant, nWindowEnd - nOffset);
+        return m_pWindow.get() + (nOffset - m_nWindowStart);
+    }
+    if (!bPeek && nWant <= WINDOW) {
+        nGot = 0;
+        if (!Fill(nOffset)) return nullptr;
+        nGot = std::min(nWant, m_nWindowLen);
+        return m_pWindow.get();
+    }
+    if (m_strPeek.size() < nWant) m_strPeek.resize(nWant);
+    nGot = PeekAt(nOffset, nWant, &m_strPeek[0]);
+    return m_strPeek.data();
 }
 
 unsigned long CQLMimeFile::ClampToLength(unsigned long nOffset, unsigned long nLen) const {
@@ -192,6 +236,7 @@ unsigned long CQLMimeFile::Find(const std::string& strFind, unsigned long nFrom,
     if (nFind == 0 || nFrom >= m_nLength) return NOT_FOUND;
     // The block overlap is the pattern's length: a pattern of a block or more never fits.
     if (nFind >= BLOCK) return NOT_FOUND;
+    if (!m_bReplaying) SettleAll();
     PrepareReadBuf();
     char* pBuf = &m_strReadBuf[0];
     // Blocks are read into the scratch buffer, a NUL behind the bytes read, and the whole
@@ -257,45 +302,221 @@ unsigned long CQLMimeFile::FastLineCnt(unsigned long nOffset, unsigned long nLen
         m_strLastError = std::string(kLinePrefix) + "invalid parameter";
         return 0;
     }
-    PrepareReadBuf();
-    char* pBuf = &m_strReadBuf[0];
+    // A range under a block is one read; a longer one is read in blocks of 4096 bytes. The
+    // last block, over the one before it, stays in the scratch buffer.
+    unsigned long nSum = 0, nLast = NOT_FOUND, nPrev = NOT_FOUND, nLastGot = 0;
     try {
-        unsigned long nGot = 0;
-        if (nLen < BLOCK) {
-            const char* pBlock = BlockAt(nOffset, nLen, nGot);
-            if (nGot == 0) {
-                m_strLastError = kLinePrefix + m_File.GetLastError();
-                return 0;
+        if (m_pIndex) {
+            // The index counts, and the blocks are those of the length taken at loading.
+            const unsigned long nAvail =
+                nOffset < m_nLength ? std::min(nLen, m_nLength - nOffset) : 0;
+            if (nAvail > 0) {
+                nSum = m_pIndex->LineCnt(*this, nOffset, nOffset + nAvail);
+                const unsigned long nLastBlock = nLen < BLOCK ? 0 : (nAvail - 1) / BLOCK;
+                nLast = nOffset + nLastBlock * BLOCK;
+                nLastGot = nAvail - nLastBlock * BLOCK;
+                if (nLastBlock > 0) nPrev = nLast - BLOCK;
             }
-            memcpy(pBuf, pBlock, nGot);
-            return CountLF(pBuf, nGot);
-        }
-        // Blocks of 4096 bytes; the scratch buffer ends as the block reads leave it.
-        unsigned long nSum = 0, nDone = 0, nLast = NOT_FOUND, nPrev = NOT_FOUND, nLastGot = 0;
-        while (nDone < nLen) {
-            const unsigned long nWant = std::min(BLOCK, nLen - nDone);
-            const char* pBlock = BlockAt(nOffset + nDone, nWant, nGot);
-            if (nGot == 0) break; // the end of the file
-            nSum += CountLF(pBlock, nGot);
-            nPrev = nLast;
-            nLast = nOffset + nDone;
-            nLastGot = nGot;
-            nDone += nGot;
-            if (nGot < nWant) break;
-        }
-        if (nLast != NOT_FOUND) {
-            if (nPrev != NOT_FOUND && nLastGot < BLOCK) {
-                const char* pPrev = BlockAt(nPrev, BLOCK, nGot);
-                memcpy(pBuf + nLastGot, pPrev + nLastGot, nGot - nLastGot);
+        } else {
+            for (unsigned long nDone = 0; nDone < nLen;) {
+                const unsigned long nWant = std::min(BLOCK, nLen - nDone);
+                unsigned long nGot = 0;
+                const char* pBlock = BlockAt(nOffset + nDone, nWant, nGot);
+                if (nGot == 0) break; // the end of the file
+                nSum += CountLF(pBlock, nGot);
+                nPrev = nLast;
+                nLast = nOffset + nDone;
+                nLastGot = nGot;
+                nDone += nGot;
+                if (nGot < nWant) break;
             }
-            const char* pLast = BlockAt(nLast, nLastGot, nGot);
-            memcpy(pBuf, pLast, nGot);
         }
-        return nSum;
     } catch (CQLExceptionParser& e) {
         m_strLastError = kLinePrefix + e.GetLastError();
         return 0;
     }
+    if (nLast == NOT_FOUND) {
+        // A short range that reads nothing fails; a long one counts what it read.
+        if (nLen < BLOCK) m_strLastError = kLinePrefix + m_File.GetLastError();
+        return 0;
+    }
+    Pending op;
+    if (nPrev != NOT_FOUND && nLastGot < BLOCK) {
+        op.vLayers.push_back(Layer{nPrev, BLOCK, false});
+        op.bWhole = true;
+    }
+    op.vLayers.push_back(Layer{nLast, nLastGot, false});
+    op.bWhole = op.bWhole || nLastGot == BLOCK;
+    Queue(op);
+    return nSum;
+}
+
+// ---------------------------------------------------------------------------------------------
+// Pending writes to the scratch buffer
+
+void CQLMimeFile::AddCall(Pending& op, unsigned long nStart, unsigned long nFind,
+                          unsigned long nFound) const {
+    // Blocks begin every BLOCK - nFind bytes; the call ends in the first block that holds the
+    // match whole, or in the first short block at the end of the file. A full block, or a
+    // short one behind a full one, covers what was written before.
+    const unsigned long nStep = BLOCK - nFind;
+    unsigned long nBlocks = 0;
+    if (nFound != NOT_FOUND) {
+        if (nFound + nFind > nStart + BLOCK)
+            nBlocks = (nFound + nFind - nStart - BLOCK + nStep - 1) / nStep;
+    } else if (m_nLength - nStart >= BLOCK) {
+        nBlocks = (m_nLength - nStart - BLOCK) / nStep + 1;
+    }
+    const unsigned long nBlock = nStart + nBlocks * nStep;
+    const unsigned long nGot = std::min(BLOCK, m_nLength - nBlock);
+    if (nGot == BLOCK || nBlocks > 0) {
+        op.vLayers.clear();
+        op.bLazyBase = false;
+        op.bWhole = true;
+    }
+    if (nGot < BLOCK && nBlocks > 0) op.vLayers.push_back(Layer{nBlock - nStep, BLOCK, true});
+    op.vLayers.push_back(Layer{nBlock, nGot, true});
+}
+
+CQLMimeFile::Pending CQLMimeFile::SearchLayers(const std::string& strFind, unsigned long nFrom,
+                                               unsigned long nHit, bool bExhaustive) {
+    // Matches that are no delimiters split the search into calls of Find, each from behind
+    // the last match. A call that begins a block or more before the end of the file reads a
+    // full block first and covers the buffer; the calls behind it each lay a shorter block
+    // over it. So the writes are known from the matches that lie within a block of the end,
+    // except where the call before them began, which only the whole walk tells. Where a
+    // boundary holds a line break, matches can overlap, and the whole walk is needed anyway.
+    const unsigned long nFind = strFind.size();
+    Pending op;
+    unsigned long nScan = nFrom;
+    if (!bExhaustive && strFind.find('\n', 1) == std::string::npos) {
+        if (nHit != NOT_FOUND && nHit + BLOCK <= m_nLength) {
+            op.bLazyBase = op.bWhole = true;
+            return op;
+        }
+        if (m_nLength > BLOCK + nFind + 1) nScan = std::max(nFrom, m_nLength - BLOCK - nFind - 1);
+    }
+    // The call that reaches the scan began before it, a block or more before the end.
+    if (nScan != nFrom) op.bLazyBase = op.bWhole = true;
+    unsigned long nStart = nScan == nFrom ? nFrom : NOT_FOUND;
+    const unsigned long nStop =
+        std::min((nHit == NOT_FOUND ? m_nLength : nHit) + nFind - 1, m_nLength);
+    const bool bPeek = nStop - std::min(nScan, nStop) <= 2 * BLOCK + nFind;
+    for (unsigned long nPos = nScan; nPos + nFind <= nStop;) {
+        unsigned long nGot = 0;
+        const char* p = BytesAt(nPos, std::min(nStop - nPos, WINDOW), nGot, bPeek);
+        if (nGot < nFind) break;
+        const char* pMatch = FindBytes(p, nGot, strFind.data(), nFind);
+        if (pMatch == nullptr) {
+            if (nPos + nGot >= nStop) break;
+            nPos += nGot - (nFind - 1); // a match across the edge is read again whole
+            continue;
+        }
+        const unsigned long nMatch = nPos + static_cast<unsigned long>(pMatch - p);
+        if (nStart != NOT_FOUND) AddCall(op, nStart, nFind, nMatch);
+        // The search goes on behind a match that is no delimiter.
+        nStart = nPos = nMatch + nFind + 1;
+    }
+    if (nStart != NOT_FOUND && (nHit != NOT_FOUND || nStart < m_nLength))
+        AddCall(op, nStart, nFind, nHit);
+    return op;
+}
+
+void CQLMimeFile::NoteIndexedSearch(const std::string& strFind, unsigned long nFrom,
+                                    unsigned long nHit) {
+    Pending op = SearchLayers(strFind, nFrom, nHit, false);
+    if (m_vNeedles.empty() || m_vNeedles.back() != strFind) m_vNeedles.push_back(strFind);
+    op.nNeedle = m_vNeedles.size() - 1;
+    op.nFrom = nFrom;
+    op.nHit = nHit;
+    m_vPending.push_back(op);
+    m_nPinned = m_vPending.size() - 1;
+    Prune();
+}
+
+void CQLMimeFile::Queue(const Pending& op) {
+    if (m_pIndex == nullptr) {
+        // No parse is using the index: the buffer is written at once.
+        SettleAll();
+        try {
+            Apply(op);
+        } catch (CQLExceptionParser&) {
+        }
+        return;
+    }
+    m_vPending.push_back(op);
+    Prune();
+}
+
+void CQLMimeFile::Prune() {
+    const size_t nLimit = m_nPinned == NONE ? m_vPending.size() : m_nPinned + 1;
+    size_t nWhole = 0;
+    for (size_t i = nLimit; i-- > 1;) {
+        if (m_vPending[i].bWhole) {
+            nWhole = i;
+            break;
+        }
+    }
+    if (nWhole == 0) return;
+    m_vPending.erase(m_vPending.begin(), m_vPending.begin() + static_cast<long>(nWhole));
+    if (m_nPinned != NONE) m_nPinned -= nWhole;
+}
+
+void CQLMimeFile::Apply(const Pending& op) {
+    PrepareReadBuf();
+    for (const Layer& layer : op.vLayers) {
+        unsigned long nGot = 0;
+        const char* p = BytesAt(layer.nOffset, layer.nLen, nGot, true);
+        memcpy(&m_strReadBuf[0], p, nGot);
+        if (layer.bNul) m_strReadBuf[nGot] = '\0';
+    }
+}
+
+void CQLMimeFile::Settle(size_t nCount) {
+    if (nCount == 0) return;
+    size_t nFirst = 0;
+    for (size_t i = nCount; i-- > 0;) {
+        if (m_vPending[i].bWhole) {
+            nFirst = i;
+            break;
+        }
+    }
+    try {
+        for (size_t i = nFirst; i < nCount; ++i) {
+            Pending& op = m_vPending[i];
+            if (op.bLazyBase)
+                op.vLayers = SearchLayers(m_vNeedles[op.nNeedle], op.nFrom, op.nHit, true).vLayers;
+            Apply(op);
+        }
+    } catch (CQLExceptionParser&) {
+        // The file can't be read any more; the buffer keeps what was written.
+    }
+    m_vPending.erase(m_vPending.begin(), m_vPending.begin() + static_cast<long>(nCount));
+    m_nPinned = m_nPinned == NONE || m_nPinned < nCount ? NONE : m_nPinned - nCount;
+    if (m_vPending.empty()) m_vNeedles.clear();
+}
+
+int CQLMimeFile::BoundaryLineCnt(const std::string& strBoundary, unsigned long nFrom) {
+    const bool bPinned = m_nPinned != NONE && m_vPending[m_nPinned].nFrom == nFrom &&
+                         m_vNeedles[m_vPending[m_nPinned].nNeedle] == strBoundary;
+    if (!bPinned) {
+        SettleAll();
+        return CQLIMimeStr::BoundaryLineCnt(strBoundary, nFrom);
+    }
+    // The search runs again, on the buffer as it was then; the writes after it stay pending.
+    const size_t nAt = m_nPinned;
+    if (m_vPending[nAt].bWhole)
+        m_vPending.erase(m_vPending.begin(), m_vPending.begin() + static_cast<long>(nAt));
+    else
+        Settle(nAt);
+    int nLine = 0, bCRLF = 0;
+    m_bReplaying = true;
+    FindBoundary(strBoundary, nFrom, &nLine, &bCRLF);
+    m_bReplaying = false;
+    m_vPending.erase(m_vPending.begin());
+    m_nPinned = NONE;
+    if (m_vPending.empty()) m_vNeedles.clear();
+    return nLine;
 }
 
 bool CQLMimeFile::ReadString(unsigned long nOffset, unsigned long nLen, std::string& strOut) {

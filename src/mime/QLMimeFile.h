@@ -5,6 +5,7 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 // A message in a file, never held in memory as a whole. m_strData holds the path.
 //
@@ -13,6 +14,11 @@
 // included) are those of reading the file block by block through m_File. The bytes
 // themselves come from a read-ahead window filled by pread, so that a parse costs a few
 // system calls per window rather than a seek and a read per block or header line.
+//
+// What the block reads leave in the scratch buffer matters only to a later search that runs
+// into the end of the file, where the leftovers behind its last block can match. So the
+// writes of FastLineCnt and of the searches that a parse answers from its delimiter index are
+// kept as a list of pending writes, and made when a search is about to read the buffer.
 class CQLMimeFile : public CQLIMimeStr {
 public:
     CQLMimeFile();
@@ -33,6 +39,7 @@ public:
     unsigned long SubStr(unsigned long nOffset, unsigned long nLen, int nFD) override;
     unsigned long FastLineCnt(unsigned long nOffset, unsigned long nLen) override;
     int GetType() override { return 1; }
+    int BoundaryLineCnt(const std::string& strBoundary, unsigned long nFrom) override;
 
     // The line at the offset with its line break (CR kept), or to the end of the file when
     // no LF follows; false when nothing is left. Where the line lies in the read-ahead window
@@ -46,8 +53,38 @@ public:
 
 protected:
     long long OpenedFileSize() override;
+    const char* BytesAt(unsigned long nOffset, unsigned long nWant, unsigned long& nGot,
+                        bool bPeek) override;
+    void NoteIndexedSearch(const std::string& strFind, unsigned long nFrom,
+                           unsigned long nHit) override;
+    // A new file starts with a clean scratch buffer: what the last file left there must not
+    // be searched as part of this one.
+    void BeforeReload() override;
 
 private:
+    static constexpr size_t NONE = static_cast<size_t>(-1);
+
+    // File bytes written over the start of the scratch buffer, with a NUL behind them (by
+    // Find) or without (by FastLineCnt).
+    struct Layer {
+        unsigned long nOffset;
+        unsigned long nLen;
+        bool bNul;
+    };
+    // Writes to the scratch buffer not made yet, oldest first. The block reads of a search
+    // answered by the index are known once the matches of its pattern that were no
+    // delimiters are: those close to the end of the file are looked for at once, the others,
+    // which can only change where a first full block began, when the buffer is read
+    // (bLazyBase).
+    struct Pending {
+        std::vector<Layer> vLayers;
+        bool bLazyBase = false;
+        bool bWhole = false; // covers the buffer: what was written before it no longer shows
+        size_t nNeedle = 0;
+        unsigned long nFrom = 0;
+        unsigned long nHit = 0;
+    };
+
     static constexpr unsigned long BLOCK = 4096;
     static constexpr unsigned long WINDOW = 64 * 1024;
     static_assert(BLOCK <= WINDOW, "a block must fit in the window");
@@ -62,6 +99,24 @@ private:
     // nWant is at most a block, far less than a window.
     const char* BlockAt(unsigned long nOffset, unsigned long nWant, unsigned long& nGot);
     void PrepareReadBuf();
+    // nLen bytes at nOffset, fewer at the end, without moving the window. Throws on an error.
+    unsigned long PeekAt(unsigned long nOffset, unsigned long nLen, char* pDest);
+    // Adds the writes of one Find call for a pattern of nFind bytes that began at nStart and
+    // found nFound, or ran to the end of the file for NOT_FOUND.
+    void AddCall(Pending& op, unsigned long nStart, unsigned long nFind,
+                 unsigned long nFound) const;
+    // The writes of a delimiter search from nFrom whose delimiter matched at nHit. Unless
+    // bExhaustive, the matches before it are looked for only close to the end of the file.
+    Pending SearchLayers(const std::string& strFind, unsigned long nFrom, unsigned long nHit,
+                         bool bExhaustive);
+    void Queue(const Pending& op);
+    // Drops writes hidden by a later one that covers the buffer, keeping what the pinned
+    // search may need.
+    void Prune();
+    // Makes the first nCount pending writes.
+    void Settle(size_t nCount);
+    void SettleAll() { Settle(m_vPending.size()); }
+    void Apply(const Pending& op);
     // Reads the range block by block through pBlock and hands each block to put, which
     // answers false on a failure of its sink; the bytes read, or -1 with the text set.
     template <class Put>
@@ -72,6 +127,11 @@ private:
     unsigned long ClampToLength(unsigned long nOffset, unsigned long nLen) const;
 
     std::string m_strReadBuf;
+    std::vector<Pending> m_vPending;
+    std::vector<std::string> m_vNeedles; // patterns of the pending searches
+    size_t m_nPinned;                    // the pending search BoundaryLineCnt may ask about
+    bool m_bReplaying;                   // Find runs on the buffer as it is
+    std::string m_strPeek;
     std::unique_ptr<char[]> m_pWindow;
     unsigned long m_nWindowStart;
     unsigned long m_nWindowLen;

@@ -20,6 +20,9 @@ namespace {
 
 const unsigned long kNotFound = static_cast<unsigned long>(-1);
 const int kMaxEntities = 2000;
+// The offsets of a part are 32-bit: a longer message can't be described.
+const unsigned long kMaxMessage = UINT32_MAX;
+const char* const kTooLarge = "In Open(), message too large";
 
 // strtol over one token of a record, which need not be followed by anything readable.
 long TokenToLong(const char* pToken, unsigned long nLen) {
@@ -95,86 +98,35 @@ struct CQLMimeMsg::ParseFrame {
     unsigned long nCur;
     unsigned long nNext;
     unsigned long nRet;
-    int nLine;
+    unsigned long nSearchFrom; // where the search for nNext began
+    int nLine;                 // its line count, -1 until the source is asked for it
     bool bMissing;
-    DelimiterIndex* pIndex = nullptr; // shared by all frames of one parse
 };
 
-// Where each "\n--" of a message in memory stands, with the newlines before it, found in one
-// pass when a delimiter is first looked for. Delimiters are then looked up: a body inside
-// nested multiparts is not read again for every level.
-struct CQLMimeMsg::DelimiterIndex {
-    struct Line {
-        unsigned long nAt;       // the "\n"
-        unsigned long nLFBefore; // newlines before it
-    };
-    // A message of little else would make the index larger than itself: then it is not used.
-    static constexpr size_t kMaxLines = 1 << 16;
+namespace {
 
-    const std::string* pData = nullptr;
-    bool bTried = false;
-    std::vector<Line> vLines;
+// The byte at an offset; GetChar takes offsets as int, which must not wrap past 4 GiB.
+char CharAt(CQLIMimeStr* pSource, unsigned long nOffset) {
+    return nOffset <= UINT32_MAX ? pSource->GetChar(static_cast<int>(nOffset)) : '\0';
+}
 
-    bool Ready() const { return pData != nullptr; }
-
-    // The index of a memory source, or null.
-    DelimiterIndex* For(CQLIMimeStr* pSource) {
-        if (!bTried) {
-            bTried = true;
-            if (pSource != nullptr && pSource->GetType() == 0) Build(pSource->GetData());
-        }
-        return pData != nullptr ? this : nullptr;
+// The source's delimiter searches may use its index for as long as one parse runs.
+class ParseScope {
+public:
+    explicit ParseScope(CQLIMimeStr* pSource) : m_pSource(pSource) {
+        if (m_pSource != nullptr) m_pSource->BeginParse();
     }
-
-    void Build(const std::string& strData) {
-        const char* const p = strData.data();
-        const size_t n = strData.size();
-        vLines.reserve(16); // a few parts' worth of delimiters
-        unsigned long nPos = 0, nLFBefore = 0, nLF = 0;
-        while (const char* pHit = CQLIMimeStr::FindBytes(p + nPos, n - nPos, "\n--", 3, &nLF)) {
-            if (vLines.size() == kMaxLines) {
-                vLines.clear();
-                return;
-            }
-            const unsigned long nAt = static_cast<unsigned long>(pHit - p);
-            nLFBefore += nLF - 1; // the count includes the hit's own newline
-            vLines.push_back(Line{nAt, nLFBefore});
-            ++nLFBefore;
-            nPos = nAt + 1;
-        }
-        pData = &strData;
+    ~ParseScope() {
+        if (m_pSource != nullptr) m_pSource->EndParse();
     }
+    ParseScope(const ParseScope&) = delete;
+    ParseScope& operator=(const ParseScope&) = delete;
 
-    // The newlines before nPos.
-    unsigned long LFBefore(unsigned long nPos) const {
-        auto it = std::upper_bound(vLines.begin(), vLines.end(), nPos,
-                                   [](unsigned long n, const Line& line) { return n < line.nAt; });
-        if (it == vLines.begin()) return CQLIMimeStr::GetLineCnt(pData->data(), nPos);
-        --it;
-        return it->nLFBefore + CQLIMimeStr::GetLineCnt(pData->data() + it->nAt, nPos - it->nAt);
-    }
-
-    // CQLMimeStr::Find for a pattern that begins with "\n--".
-    unsigned long Find(const std::string& strFind, unsigned long nFrom, int* pnLine,
-                       int* pbCRLF) const {
-        const std::string& strData = *pData;
-        const size_t nFind = strFind.size();
-        if (nFrom > strData.size() || nFind > strData.size() - nFrom) return kNotFound;
-        auto it = std::lower_bound(vLines.begin(), vLines.end(), nFrom,
-                                   [](const Line& line, unsigned long n) { return line.nAt < n; });
-        for (; it != vLines.end() && it->nAt + nFind <= strData.size(); ++it) {
-            if (memcmp(strData.data() + it->nAt, strFind.data(), nFind) != 0) continue;
-            if (pbCRLF != nullptr) {
-                const unsigned long nAt = nFrom + nFind;
-                if (nAt < strData.size() && strData[nAt - 1] == '\r' && strData[nAt] == '\n')
-                    *pbCRLF = 1;
-            }
-            if (pnLine != nullptr) *pnLine = static_cast<int>(it->nLFBefore + 1 - LFBefore(nFrom));
-            return it->nAt;
-        }
-        return kNotFound;
-    }
+private:
+    CQLIMimeStr* m_pSource;
 };
+
+} // namespace
 
 // ---------------------------------------------------------------------------------------------
 // Construction
@@ -285,8 +237,19 @@ bool CQLMimeMsg::Open(const std::string& strData, bool bFile) {
     m_pTop = this;
     m_bFileSource = bFile;
     m_pSource = bFile ? static_cast<CQLIMimeStr*>(&m_MimeFile) : &m_MimeMem;
+    if (!bFile && strData.size() > kMaxMessage) {
+        m_strLastError = kTooLarge;
+        m_pSource = nullptr;
+        return false;
+    }
     if (!m_pSource->SetData(strData, bFile)) {
         m_strLastError = "In Open(), " + m_pSource->GetLastError();
+        m_pSource = nullptr;
+        return false;
+    }
+    if (m_pSource->GetLength() > kMaxMessage) {
+        m_strLastError = kTooLarge;
+        m_pSource->Close();
         m_pSource = nullptr;
         return false;
     }
@@ -328,13 +291,13 @@ bool CQLMimeMsg::Open(const std::string& strData, bool bFile) {
 unsigned long CQLMimeMsg::Parse(CQLIMimeStr* pMimeStr, unsigned long nOffset, unsigned long nLength,
                                 int& nPartCnt, CQLFixedObjPoolParser<CQLMimeMsg>& Pool,
                                 int& nParseCnt, bool bHdrOnly) {
+    ParseScope scope(pMimeStr);
     // A child is parsed entirely before its parent goes on, as a recursion would do it, but
     // the pending entities are kept on this stack instead of the call stack.
     std::vector<ParseFrame> stack;
     stack.reserve(4); // deep enough for most mail without growing
-    DelimiterIndex index;
     stack.push_back(ParseFrame{this, nOffset, nLength, nOffset + nLength, nPartCnt, std::string(),
-                               0, 0, 0, 0, false, &index});
+                               0, 0, 0, 0, 0, false});
     stack.back().pNode->m_pSource = pMimeStr;
     unsigned long nResult = 0;
     bool bDone = ParseHead(stack.back(), Pool, nParseCnt, bHdrOnly, nResult);
@@ -355,11 +318,18 @@ unsigned long CQLMimeMsg::Parse(CQLIMimeStr* pMimeStr, unsigned long nOffset, un
             continue;
         }
         ParseFrame& frame = stack.back();
-        CQLMimeMsg* pChild = frame.pNode->NextChild(frame, Pool);
+        frame.pNode->NextDelimiter(frame);
+        if (nParseCnt > kMaxEntities) {
+            // Past the first entity over the limit no part is made any more, and the parse
+            // only walks the delimiters that end the multiparts still open.
+            bDone = frame.pNode->AfterDelimiter(frame, nResult);
+            continue;
+        }
+        CQLMimeMsg* pChild = frame.pNode->NewChild(frame, Pool);
         const unsigned long nChildLen = frame.nNext > frame.nCur ? frame.nNext - frame.nCur : 0;
         const unsigned long nChildOffset = frame.nCur;
         stack.push_back(ParseFrame{pChild, nChildOffset, nChildLen, nChildOffset + nChildLen, 0,
-                                   std::string(), 0, 0, 0, 0, false, frame.pIndex});
+                                   std::string(), 0, 0, 0, 0, 0, false});
         pChild->m_pSource = pMimeStr;
         bDone = pChild->ParseHead(stack.back(), Pool, nParseCnt, false, nResult);
     }
@@ -457,17 +427,16 @@ bool CQLMimeMsg::ParseHead(ParseFrame& frame, CQLFixedObjPoolParser<CQLMimeMsg>&
             m_nMSO = m_Hdr.m_nHdrStart;
             m_nMEO = m_Hdr.m_nHdrEnd;
             // The body begins behind "\n" or "\r\n" of the blank line.
-            const char c0 = pMimeStr->GetChar(static_cast<int>(nHdr));
-            const char c1 = pMimeStr->GetChar(static_cast<int>(nHdr + 1));
+            const char c0 = CharAt(pMimeStr, nHdr);
+            const char c1 = CharAt(pMimeStr, nHdr + 1);
             unsigned long nBSO = (c0 != '\n' && c1 == '\n') ? nHdr + 2 : nHdr + 1;
             unsigned long nBEO = nEnd;
-            if (pMimeStr->GetChar(static_cast<int>(nBEO - 1)) == '\r' &&
-                pMimeStr->GetChar(static_cast<int>(nBEO)) == '\n')
-                ++nBEO;
+            if (CharAt(pMimeStr, nBEO - 1) == '\r' && CharAt(pMimeStr, nBEO) == '\n') ++nBEO;
             if (nBSO > nBEO) nBSO = nBEO;
             m_nBSO = static_cast<uint32_t>(nBSO);
             m_nBEO = static_cast<uint32_t>(nBEO);
-            if (m_nLineCnt == 0) m_nLineCnt = static_cast<int>(BodyLineCnt(frame, nBSO, nBEO));
+            if (m_nLineCnt == 0)
+                m_nLineCnt = static_cast<int>(pMimeStr->FastLineCnt(nBSO, nBEO - nBSO));
             nResult = nEnd;
         } else {
             nResult = nHdr; // a multipart without a boundary parameter has no parts
@@ -477,8 +446,8 @@ bool CQLMimeMsg::ParseHead(ParseFrame& frame, CQLFixedObjPoolParser<CQLMimeMsg>&
     }
 
     m_nBSO = static_cast<uint32_t>(nHdr);
-    const unsigned long nFirst =
-        FindDelimiter(pMimeStr, strBoundary, nHdr, nullptr, nullptr, frame.pIndex);
+    int nLine = 0;
+    const unsigned long nFirst = pMimeStr->NextBoundary(strBoundary, nHdr, nLine);
     if (nFirst == kNotFound) {
         m_strLastError = "In Parse(), Fail to find next boundary. " + strBoundary;
         m_nBEO = static_cast<uint32_t>(nEnd);
@@ -497,11 +466,9 @@ bool CQLMimeMsg::ParseHead(ParseFrame& frame, CQLFixedObjPoolParser<CQLMimeMsg>&
     return false;
 }
 
-CQLMimeMsg* CQLMimeMsg::NextChild(ParseFrame& frame, CQLFixedObjPoolParser<CQLMimeMsg>& Pool) {
-    frame.nLine = 0;
-    int bCRLF = 0;
-    frame.nNext =
-        FindDelimiter(m_pSource, frame.strBoundary, frame.nCur, &frame.nLine, &bCRLF, frame.pIndex);
+void CQLMimeMsg::NextDelimiter(ParseFrame& frame) {
+    frame.nSearchFrom = frame.nCur;
+    frame.nNext = m_pSource->NextBoundary(frame.strBoundary, frame.nCur, frame.nLine);
     frame.bMissing = false;
     if (frame.nNext == kNotFound) {
         frame.nNext = frame.nEnd;
@@ -510,10 +477,20 @@ CQLMimeMsg* CQLMimeMsg::NextChild(ParseFrame& frame, CQLFixedObjPoolParser<CQLMi
     }
     frame.nCur += frame.strBoundary.size();
     ++frame.nPartCnt;
+}
+
+CQLMimeMsg* CQLMimeMsg::NewChild(ParseFrame& frame, CQLFixedObjPoolParser<CQLMimeMsg>& Pool) {
     CQLMimeMsg* pChild = Pool.GetObject();
     pChild->m_pTop = this;
     pChild->m_strMainCharSet = m_strMainCharSet;
-    pChild->m_strDepth = m_strDepth + std::to_string(frame.nPartCnt) + ".";
+    // The number in one allocation: deep parts have long numbers.
+    char szNumber[16];
+    const char* pEnd = std::to_chars(szNumber, szNumber + sizeof(szNumber), frame.nPartCnt).ptr;
+    std::string& strDepth = pChild->m_strDepth;
+    strDepth.reserve(m_strDepth.size() + (pEnd - szNumber) + 1);
+    strDepth.assign(m_strDepth)
+        .append(szNumber, static_cast<size_t>(pEnd - szNumber))
+        .push_back('.');
     pChild->m_strReserved = m_strReserved;
     pChild->m_nLineCnt = 0;
     return pChild;
@@ -529,17 +506,24 @@ bool CQLMimeMsg::AfterChild(ParseFrame& frame, CQLMimeMsg* pChild, unsigned long
         pChild->m_nTSO = pChild->m_nBSO;
         pChild->m_nTEO = pChild->m_nBEO;
     } else if (pChild->m_CT == CQLMimeConst::MESSAGE) {
+        // The lines from the search that found the child's end, less the delimiter's and the
+        // header's.
+        if (frame.nLine < 0)
+            frame.nLine = m_pSource->BoundaryLineCnt(frame.strBoundary, frame.nSearchFrom);
         pChild->m_nLineCnt = frame.nLine - 3 - pChild->m_Hdr.m_nLineCnt;
     }
     push_back(pChild);
     insert(end(), pChild->begin(), pChild->end());
+    return AfterDelimiter(frame, nResult);
+}
 
+bool CQLMimeMsg::AfterDelimiter(ParseFrame& frame, unsigned long& nResult) {
     const unsigned long nBoundaryLen = frame.strBoundary.size();
     bool bEnd = false;
     if (!frame.bMissing) {
         // A delimiter followed by "--" closes the multipart; what follows belongs to no part.
-        if (m_pSource->GetChar(static_cast<int>(frame.nNext + nBoundaryLen)) == '-' &&
-            m_pSource->GetChar(static_cast<int>(frame.nNext + nBoundaryLen + 1)) == '-') {
+        if (CharAt(m_pSource, frame.nNext + nBoundaryLen) == '-' &&
+            CharAt(m_pSource, frame.nNext + nBoundaryLen + 1) == '-') {
             frame.nRet = frame.nNext + nBoundaryLen + 2;
             bEnd = true;
         }
@@ -581,65 +565,8 @@ unsigned long CQLMimeMsg::FinishTop(ParseFrame& frame, unsigned long nResult) {
 
 unsigned long CQLMimeMsg::BDFind(CQLIMimeStr* pMimeStr, const std::string& strBoundary,
                                  const unsigned long& nFrom, int* pnLine, int* pbCRLF) {
-    return FindDelimiter(pMimeStr, strBoundary, nFrom, pnLine, pbCRLF, nullptr);
-}
-
-unsigned long CQLMimeMsg::FindDelimiter(CQLIMimeStr* pMimeStr, const std::string& strBoundary,
-                                        unsigned long nFrom, int* pnLine, int* pbCRLF,
-                                        DelimiterIndex* pIndex) {
     if (pMimeStr == nullptr) return kNotFound;
-    if (pIndex != nullptr && strBoundary.compare(0, 3, "\n--") == 0)
-        pIndex = pIndex->For(pMimeStr);
-    else
-        pIndex = nullptr;
-    const unsigned long nBoundaryLen = strBoundary.size();
-    const unsigned long nLength = pMimeStr->GetLength();
-    unsigned long nPos = nFrom;
-    char szBuf[513];
-    for (;;) {
-        const unsigned long nHit = pIndex != nullptr
-                                       ? pIndex->Find(strBoundary, nPos, pnLine, pbCRLF)
-                                       : pMimeStr->Find(strBoundary, nPos, pnLine, pbCRLF);
-        if (nHit == kNotFound) return kNotFound;
-        // The three bytes behind the match decide nearly always; the 512 that the trailing
-        // blanks rule may look at are read only for it. Bytes past the end read as 0.
-        memset(szBuf, 0, 4);
-        pMimeStr->SubStr(szBuf, nHit + nBoundaryLen, 3);
-        bool bFound = false;
-        unsigned long nResult = nHit;
-        if (szBuf[0] == '\r') {
-            bFound = true;
-            nResult = nHit + (szBuf[1] == '\n' ? 1 : 0);
-        } else if (szBuf[0] == '\n') {
-            bFound = true;
-        } else if (szBuf[0] == '-' && szBuf[1] == '-') {
-            if (szBuf[2] == '\n' || szBuf[2] == '\r' || nHit + nBoundaryLen + 2 == nLength) {
-                bFound = true;
-            } else if (CQLStringParser::IsCSpace(szBuf[2])) {
-                // "--boundary--" with trailing blanks up to the end of the source.
-                memset(szBuf, 0, sizeof(szBuf));
-                pMimeStr->SubStr(szBuf, nHit + nBoundaryLen, 512);
-                for (unsigned long i = 3; i < 512 && !bFound; ++i)
-                    bFound =
-                        !CQLStringParser::IsCSpace(szBuf[i]) && nHit + nBoundaryLen + i == nLength;
-            }
-        }
-        if (bFound) return nResult;
-        // The boundary was only a prefix of a longer text.
-        nPos = nHit + nBoundaryLen + 1;
-    }
-}
-
-unsigned long CQLMimeMsg::BodyLineCnt(const ParseFrame& frame, unsigned long nBSO,
-                                      unsigned long nBEO) {
-    // FastLineCnt counts from nBSO through nBEO, the end included. A leaf found by a delimiter
-    // search takes that count from the index, whose entries stand next to both ends.
-    const DelimiterIndex* pIndex = frame.pIndex;
-    if (pIndex == nullptr || !pIndex->Ready() || m_pSource->GetType() != 0)
-        return m_pSource->FastLineCnt(nBSO, nBEO - nBSO);
-    const unsigned long nSize = m_pSource->GetData().size();
-    if (nBSO >= nSize || nBEO < nBSO) return 0;
-    return pIndex->LFBefore(std::min(nBEO, nSize - 1) + 1) - pIndex->LFBefore(nBSO);
+    return pMimeStr->FindBoundary(strBoundary, nFrom, pnLine, pbCRLF);
 }
 
 void CQLMimeMsg::Sync(CQLMimeMsg* pMsg) {

@@ -2,6 +2,7 @@
 
 #include "foundation/QLSystemError.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <emmintrin.h>
@@ -115,5 +116,16 @@ unsigned long CQLMimeStr::SubStr(unsigned long nOffset, unsigned long nLen, int 
 }
 
 unsigned long CQLMimeStr::FastLineCnt(unsigned long nOffset, unsigned long nLen) {
+    // The end is included: a newline at nOffset + nLen counts.
+    if (m_pIndex && nOffset < m_strData.size())
+        return m_pIndex->LineCnt(*this, nOffset,
+                                 std::min<unsigned long>(nOffset + nLen, m_strData.size() - 1) + 1);
     return GetLineCnt(m_strData, nOffset, nOffset + nLen);
+}
+
+const char* CQLMimeStr::BytesAt(unsigned long nOffset, unsigned long nWant, unsigned long& nGot,
+                                bool) {
+    nGot =
+        nOffset < m_strData.size() ? std::min<unsigned long>(nWant, m_strData.size() - nOffset) : 0;
+    return m_strData.data() + std::min<unsigned long>(nOffset, m_strData.size());
 }

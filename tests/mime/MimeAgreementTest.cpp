@@ -83,6 +83,24 @@ TEST(MimeAgreement, HeaderLinesEndingInStrayCarriageReturns) {
     EXPECT_EQ(msg[0]->m_strCID, "<a>\r");
 }
 
+TEST(MimeAgreement, AReusedObjectReadsAFileAsAFreshOneDoes) {
+    // The first file leaves delimiter-like lines where the second one's search buffer ends;
+    // they must not count as lines of the second file's embedded message.
+    std::string strFirst = "Content-Type: multipart/mixed; boundary=zz\r\n\r\n--zz\r\n\r\n";
+    while (strFirst.size() < 3000) strFirst += "x\r\n";
+    strFirst += "\r\n--zz--\r\n";
+    while (strFirst.size() < 9000) strFirst += "epilogue\r\n--zzX\r\n";
+    const std::string strSecond = "Content-Type: multipart/mixed; boundary=zz\r\n\r\n--zz\r\n"
+                                  "Content-Type: message/rfc822\r\n\r\nSubject: in\r\n\r\nbody\r\n";
+    CTempDir dir;
+    const std::string strA = dir.MakeFile(strFirst), strB = dir.MakeFile(strSecond);
+    CQLMimeMsg fresh, reused;
+    ASSERT_TRUE(fresh.Open(strB, true));
+    ASSERT_TRUE(reused.Open(strA, true));
+    ASSERT_TRUE(reused.Open(strB, true));
+    EXPECT_EQ(reused.GetFormat(), fresh.GetFormat());
+}
+
 TEST(MimeAgreement, BodiesFullOfDashLines) {
     // Lines that begin like delimiters, nested and in the tens of thousands: a memory parse
     // past its limit for indexing them searches directly, with the same result.
