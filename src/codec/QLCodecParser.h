@@ -42,6 +42,9 @@ public:
     std::string EncodeB64(const std::string& strText, const bool& bBreakLine, bool bBinary,
                           const int& nLineLen);
     std::string DecodeB64(const std::string& strText, bool bBinary);
+    // The decoding of DecodeB64 written to pOut, which must hold nLen / 4 * 3 + 3 bytes;
+    // returns the number of bytes written. For callers that append to a buffer of their own.
+    static unsigned long DecodeB64To(const char* pText, unsigned long nLen, char* pOut);
     std::string EncodeQP(const std::string& strText, const bool& bBreakLine, bool bBinary,
                          const unsigned long& nLineLen);
     // Throws a CQLCodecParser when its work buffer cannot be had.

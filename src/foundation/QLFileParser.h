@@ -48,8 +48,16 @@ public:
 
     unsigned long Read(char* pBuf, unsigned long nLen);
     unsigned long Read(std::string& strBuf, unsigned long nLen);
+    // Up to nLen bytes at nOffset into strBuf, as far as the file holds them, by positioned
+    // reads that leave the file position, the end flag and the read-ahead buffer alone (a
+    // stream is read at its own position after a seek). Throws as Read does.
+    unsigned long ReadAt(long long nOffset, std::string& strBuf, unsigned long nLen);
     bool ReadFromBuffer(char& c);
     bool ReadLine(std::string& strLine, bool bStripEOL);
+    // The line that ReadLine(strLine, false) would give, with the same effects, but without
+    // a copy where the whole line lies in the read-ahead buffer: pLine then points into the
+    // buffer, otherwise into strScratch. Valid until the next read.
+    bool ReadLineView(const char*& pLine, unsigned long& nLine, std::string& strScratch);
     bool IsLF();
 
     long long Write(const char* pBuf, unsigned long nLen);

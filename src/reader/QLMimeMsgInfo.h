@@ -8,8 +8,6 @@
 
 #include <string>
 
-class CQLCodecParser;
-
 // Read-only facade over one stored message: serves headers, text and attachments from the
 // format string that CQLMimeMsg wrote and the message file, seeking to the stored offsets
 // and never parsing the message again. Nothing ties the string to the file: stale offsets
@@ -108,15 +106,25 @@ private:
     // From the start, the first record of the level into Item.
     bool FindLevel(CQLMimeMsgInfoItem& Item, const std::string& strLevel);
 
-    // Appends the decoding of the gathered base64 lines to the block.
-    void DecodeGroups(CQLCodecParser& codec, std::string& strBlock);
+    // Parses the header block at nStart into m_Hdr from one read of the file, as a parse of
+    // the file itself would; nEnd, the block's end by the record, sizes the read. False,
+    // with nothing parsed, when the file can't be read or the block may run past the read.
+    bool ParseHeaderPiece(unsigned long nStart, unsigned long nEnd);
+
+    // One line of the stream, as read with its line end, added to the block. A base64 line
+    // is trimmed, put behind the rest of the line before and cut to whole groups (the new
+    // rest kept in m_strCarry), then decoded to the block at nOut, which grows as needed.
+    // Any other line is appended with a bare LF made CR LF, and decoded when bQP.
+    void AppendBase64Line(const char* pLine, unsigned long nLine, std::string& strBlock,
+                          size_t& nOut);
+    void AppendLine(const char* pLine, unsigned long nLine, bool bQP, std::string& strBlock);
 
     // Reused by the record scans and the streaming loop, so that they do not allocate per
     // record or per line.
     CQLMimeMsgInfoItem m_Item;
-    std::string m_strLine;   // the line read
-    std::string m_strCarry;  // the base64 remainder of the line before
-    std::string m_strGroups; // base64 lines in whole groups, decoded together
+    std::string m_strLine;  // a line that did not lie whole in the file's buffer
+    std::string m_strCarry; // the base64 remainder of the line before
+    std::string m_strWork;  // a line as it is decoded, where it must be put together
 };
 
 #endif
