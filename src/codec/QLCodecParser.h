@@ -2,6 +2,7 @@
 #define QLMAIL_CODEC_QLCODECPARSER_H
 
 #include "foundation/QLExceptionParser.h"
+#include "foundation/QLExport.h"
 
 #include <array>
 #include <string>
@@ -25,7 +26,7 @@ constexpr std::array<unsigned char, 256> MakeBase64DecTable() {
 // Content-transfer encodings of message bodies (base64, quoted-printable, uuencode) and the
 // joining of RFC 2231 continued parameters. Works on whole byte strings in memory. These are
 // not the header decoders: those are more lenient and have rules of their own.
-class CQLCodecParser : public CQLExceptionParser {
+class QLMAIL_EXPORT CQLCodecParser : public CQLExceptionParser {
 public:
     // The RFC 4648 alphabet.
     static constexpr char base64_table[65] =

@@ -2,6 +2,7 @@
 #define QLMAIL_CODEC_QLCONVPARSER_H
 
 #include "foundation/QLExceptionParser.h"
+#include "foundation/QLExport.h"
 
 #include <string>
 
@@ -11,7 +12,7 @@ class CQLIconv;
 // converter, keeps going over cut-off text, and in autodetect mode tries a fixed list of
 // charsets. A failing operation throws a copy of the object; the copy carries only the text.
 // Also home of the modified UTF-7 codec of IMAP mailbox names.
-class CQLConvParser : public CQLExceptionParser {
+class QLMAIL_EXPORT CQLConvParser : public CQLExceptionParser {
 public:
     CQLConvParser();
     CQLConvParser(const CQLConvParser& other);

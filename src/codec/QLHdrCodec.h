@@ -2,13 +2,14 @@
 #define QLMAIL_CODEC_QLHDRCODEC_H
 
 #include "foundation/QLExceptionParser.h"
+#include "foundation/QLExport.h"
 
 #include <string>
 
 // Decodes raw header values with RFC 2047 encoded words into one charset, and builds encoded
 // words. The decoder is tolerant: it never fails a value, and reports doubts through
 // HasCharset and IsBadCharset. Made for one value and dropped.
-class CQLHdrCodec : public CQLExceptionParser {
+class QLMAIL_EXPORT CQLHdrCodec : public CQLExceptionParser {
 public:
     static constexpr int O_HDRCODEC_NONE = 0;
     static constexpr int O_CONV_LTGT = 1;

@@ -2,11 +2,12 @@
 #define QLMAIL_CODEC_QLMIMECODEC_H
 
 #include "foundation/QLExceptionParser.h"
+#include "foundation/QLExport.h"
 
 #include <string>
 
 // Percent coding for the URLs of tracking tags and for RFC 2231 parameter values.
-class CQLMimeCodec : public CQLExceptionParser {
+class QLMAIL_EXPORT CQLMimeCodec : public CQLExceptionParser {
 public:
     CQLMimeCodec() {}
     virtual ~CQLMimeCodec() {}

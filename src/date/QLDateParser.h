@@ -2,6 +2,7 @@
 #define QLMAIL_DATE_QLDATEPARSER_H
 
 #include "foundation/QLExceptionParser.h"
+#include "foundation/QLExport.h"
 
 #include <string>
 
@@ -9,7 +10,7 @@
 // The wall-clock fields and m_nTimestamp are not kept in step: each setter says which
 // zone the fields are in. Also converts to and from a lunisolar calendar (1841 to 2043),
 // prints and parses its own picture language, and reads mail dates.
-class CQLDateParser : public CQLExceptionParser {
+class QLMAIL_EXPORT CQLDateParser : public CQLExceptionParser {
 public:
     // Marks a SetValue argument that leaves its field alone.
     static constexpr int NOSET = -1;

@@ -1,9 +1,11 @@
 #ifndef QLMAIL_FOUNDATION_DEFINEPARSER_H
 #define QLMAIL_FOUNDATION_DEFINEPARSER_H
 
+#include "foundation/QLExport.h"
+
 #include <string>
 
-class CDefineParser {
+class QLMAIL_EXPORT CDefineParser {
 public:
     static std::string GetVersion();
 };

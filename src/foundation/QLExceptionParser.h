@@ -1,11 +1,13 @@
 #ifndef QLMAIL_FOUNDATION_QLEXCEPTIONPARSER_H
 #define QLMAIL_FOUNDATION_QLEXCEPTIONPARSER_H
 
+#include "foundation/QLExport.h"
+
 #include <string>
 
 // Base of nearly every class of the library, and the one type that is thrown.
 // A failing class stores its text in m_strLastError and throws a copy of itself.
-class CQLExceptionParser {
+class QLMAIL_EXPORT CQLExceptionParser {
 public:
     // Inline: every header field and every part constructs one.
     CQLExceptionParser() : m_nErrorCode(0) {}

@@ -2,6 +2,7 @@
 #define QLMAIL_FOUNDATION_QLFILEPARSER_H
 
 #include "foundation/QLExceptionParser.h"
+#include "foundation/QLExport.h"
 
 #include <cstdio>
 #include <string>
@@ -9,7 +10,7 @@
 // The library's one file class: a name split into directory and base name, a POSIX
 // descriptor or a stdio stream, an 8192-byte read-ahead buffer for byte and line reads,
 // and unbuffered writes.
-class CQLFileParser : public CQLExceptionParser {
+class QLMAIL_EXPORT CQLFileParser : public CQLExceptionParser {
 public:
     enum {
         FILE_OPENED = 1,

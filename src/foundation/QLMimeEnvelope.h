@@ -2,13 +2,14 @@
 #define QLMAIL_FOUNDATION_QLMIMEENVELOPE_H
 
 #include "foundation/QLExceptionParser.h"
+#include "foundation/QLExport.h"
 
 #include <string>
 #include <vector>
 
 // The SMTP envelope of a transfer: its sender and recipients, apart from the message's own
 // headers. Addresses are held as given; nothing here parses or checks them.
-class CQLMimeEnvelope : public CQLExceptionParser {
+class QLMAIL_EXPORT CQLMimeEnvelope : public CQLExceptionParser {
 public:
     struct RCPTTO {
         std::string strRcpt;

@@ -1,13 +1,15 @@
 #ifndef QLMAIL_FOUNDATION_QLSTRTOKENIZERPARSER_H
 #define QLMAIL_FOUNDATION_QLSTRTOKENIZERPARSER_H
 
+#include "foundation/QLExport.h"
+
 // A cursor over a delimited buffer that hands out pointers into it; nothing is copied or
 // allocated. The buffer belongs to the caller and must outlive the tokenizer.
 //
 // With a length, the last field comes with or without a trailing delimiter. Without one
 // (NUL-terminated), text after the last delimiter is not delivered: every field must be
 // closed by the delimiter.
-class CQLStrTokenizerParser {
+class QLMAIL_EXPORT CQLStrTokenizerParser {
 public:
     CQLStrTokenizerParser(const char* pszStr, char cDelim);
     CQLStrTokenizerParser(const char* pszStr, unsigned long nLen, char cDelim);

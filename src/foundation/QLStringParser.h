@@ -2,6 +2,7 @@
 #define QLMAIL_FOUNDATION_QLSTRINGPARSER_H
 
 #include "foundation/QLExceptionParser.h"
+#include "foundation/QLExport.h"
 
 #include <array>
 #include <cstdarg>
@@ -28,7 +29,7 @@ constexpr std::array<unsigned char, 256> MakeByteTable(ByteTable kind) {
 // Byte-string toolbox. The object is itself a string: the no-argument conversions read it.
 // Everything works on bytes; the one charset rule is that a byte with the top bit set
 // protects the byte after it (the trail byte of a double-byte character) from case mapping.
-class CQLStringParser : public CQLExceptionParser, public std::string {
+class QLMAIL_EXPORT CQLStringParser : public CQLExceptionParser, public std::string {
 public:
     enum TRIM_DIRECTION { TRIM_LEFT = 0, TRIM_RIGHT = 1, TRIM_BOTH = 2 };
 

@@ -2,12 +2,13 @@
 #define QLMAIL_MIME_QLFIXEDOBJPOOLPARSER_H
 
 #include "foundation/QLExceptionParser.h"
+#include "foundation/QLExport.h"
 
 #include <vector>
 
 // Owns the objects it hands out until FreeHeap. Each GetObject constructs a new object:
 // nothing here ever marks an object free for reuse.
-template <class T> class CQLFixedObjPoolParser : public CQLExceptionParser {
+template <class T> class QLMAIL_EXPORT CQLFixedObjPoolParser : public CQLExceptionParser {
 public:
     struct OBJHEAP {
         T* pObj;

@@ -2,6 +2,7 @@
 #define QLMAIL_MIME_QLIMIMESTR_H
 
 #include "foundation/QLExceptionParser.h"
+#include "foundation/QLExport.h"
 #include "foundation/QLFileParser.h"
 
 #include <cstdint>
@@ -13,7 +14,7 @@
 // A source of message bytes: the byte at an offset, the next match of a string, a range
 // delivered to a sink, and the number of lines in a range. Sources never throw on bad input;
 // a failure leaves a text in the last error and an empty result.
-class CQLIMimeStr : public CQLExceptionParser {
+class QLMAIL_EXPORT CQLIMimeStr : public CQLExceptionParser {
 public:
     static constexpr unsigned long NOT_FOUND = static_cast<unsigned long>(-1);
 
@@ -109,7 +110,7 @@ protected:
 // taken off), in the order of the message within a group, so that the delimiters of one
 // boundary are found without reading what lies between them. Newlines are counted per block
 // of 4096 bytes in the same pass.
-class CQLIMimeStr::DelimiterIndex {
+class QLMAIL_LOCAL CQLIMimeStr::DelimiterIndex {
 public:
     static constexpr unsigned long MIN_LENGTH = 16 << 10; // smaller messages are searched
     static constexpr size_t MAX_LINES = 1u << 24;

@@ -1,9 +1,11 @@
 #ifndef QLMAIL_MIME_QLMIMECONST_H
 #define QLMAIL_MIME_QLMIMECONST_H
 
+#include "foundation/QLExport.h"
+
 // Content types, subtypes and transfer encodings with the tables of their names.
 // Names match as prefixes, so the order of the tables matters ("rfc822-headers" before "rfc822").
-class CQLMimeConst {
+class QLMAIL_EXPORT CQLMimeConst {
 public:
     // A fixed underlying type: stored format strings may carry any number here.
     enum CT : int { TEXT = 0, IMAGE, AUDIO, VIDEO, APPLICATION, MULTIPART, MESSAGE, CT_UNKNOWN };

@@ -1,6 +1,7 @@
 #ifndef QLMAIL_MIME_QLMIMEFILE_H
 #define QLMAIL_MIME_QLMIMEFILE_H
 
+#include "foundation/QLExport.h"
 #include "mime/QLIMimeStr.h"
 
 #include <memory>
@@ -19,7 +20,7 @@
 // into the end of the file, where the leftovers behind its last block can match. So the
 // writes of FastLineCnt and of the searches that a parse answers from its delimiter index are
 // kept as a list of pending writes, and made when a search is about to read the buffer.
-class CQLMimeFile : public CQLIMimeStr {
+class QLMAIL_EXPORT CQLMimeFile : public CQLIMimeStr {
 public:
     CQLMimeFile();
     // An empty source that carries only the error text.

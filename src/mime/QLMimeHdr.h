@@ -2,6 +2,7 @@
 #define QLMAIL_MIME_QLMIMEHDR_H
 
 #include "foundation/QLExceptionParser.h"
+#include "foundation/QLExport.h"
 #include "mime/QLMimeConst.h"
 #include "mime/QLMimeHdrItem.h"
 
@@ -14,7 +15,7 @@ class CQLMimeFile;
 
 // The header block of one entity, read by a tolerant line scanner: damaged lines are
 // absorbed by the field before them, and a block that can't be read as header is empty.
-class CQLMimeHdr : public CQLExceptionParser, public std::list<CQLMimeHdrItem> {
+class QLMAIL_EXPORT CQLMimeHdr : public CQLExceptionParser, public std::list<CQLMimeHdrItem> {
 public:
     CQLMimeHdr();
     CQLMimeHdr(const CQLMimeHdr& other) = default;

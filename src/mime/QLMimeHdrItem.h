@@ -2,12 +2,13 @@
 #define QLMAIL_MIME_QLMIMEHDRITEM_H
 
 #include "foundation/QLExceptionParser.h"
+#include "foundation/QLExport.h"
 
 #include <string>
 #include <utility>
 
 // One header field: name, value and the raw text as it stands in the message.
-class CQLMimeHdrItem : public CQLExceptionParser {
+class QLMAIL_EXPORT CQLMimeHdrItem : public CQLExceptionParser {
 public:
     CQLMimeHdrItem() {}
     CQLMimeHdrItem(const CQLMimeHdrItem& other) = default;

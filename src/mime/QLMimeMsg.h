@@ -2,6 +2,7 @@
 #define QLMAIL_MIME_QLMIMEMSG_H
 
 #include "foundation/QLExceptionParser.h"
+#include "foundation/QLExport.h"
 #include "foundation/QLFileParser.h"
 #include "mime/QLFixedObjPoolParser.h"
 #include "mime/QLMimeConst.h"
@@ -19,7 +20,7 @@
 // (the main message) owns the sources and, through its pool, every part at every depth; its
 // vector is the flat, depth-first list of parts, entry 0 being the record of the top of the
 // message. A part is described by byte offsets into the source, never by a copy of its body.
-class CQLMimeMsg : public CQLExceptionParser, public std::vector<CQLMimeMsg*> {
+class QLMAIL_EXPORT CQLMimeMsg : public CQLExceptionParser, public std::vector<CQLMimeMsg*> {
 public:
     CQLMimeMsg();
     // Copies share part pointers and own nothing.

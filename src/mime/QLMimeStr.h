@@ -1,10 +1,11 @@
 #ifndef QLMAIL_MIME_QLMIMESTR_H
 #define QLMAIL_MIME_QLMIMESTR_H
 
+#include "foundation/QLExport.h"
 #include "mime/QLIMimeStr.h"
 
 // A message held in memory.
-class CQLMimeStr : public CQLIMimeStr {
+class QLMAIL_EXPORT CQLMimeStr : public CQLIMimeStr {
 public:
     CQLMimeStr() {}
     virtual ~CQLMimeStr() {}

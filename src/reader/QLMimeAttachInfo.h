@@ -1,12 +1,14 @@
 #ifndef QLMAIL_READER_QLMIMEATTACHINFO_H
 #define QLMAIL_READER_QLMIMEATTACHINFO_H
 
+#include "foundation/QLExport.h"
+
 #include <string>
 
 // Describes one attachment or inline image of a stored message: where its body lies in the
 // file, what it is, and its decoded name. Travels out to Java and back, so every field is a
 // plain value; MSO and MEO do not survive that trip.
-class CQLMimeAttachInfo {
+class QLMAIL_EXPORT CQLMimeAttachInfo {
 public:
     CQLMimeAttachInfo();
     virtual ~CQLMimeAttachInfo() {}

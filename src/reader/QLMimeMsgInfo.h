@@ -1,6 +1,7 @@
 #ifndef QLMAIL_READER_QLMIMEMSGINFO_H
 #define QLMAIL_READER_QLMIMEMSGINFO_H
 
+#include "foundation/QLExport.h"
 #include "foundation/QLFileParser.h"
 #include "foundation/QLStrTokenizerParser.h"
 #include "mime/QLMimeHdr.h"
@@ -17,7 +18,7 @@ class CQLCodecParser;
 //
 // One object serves one thread at a time. It holds a record cursor, a cached header block
 // and an attachment stream; the cursor points into m_strFormat, so the object is not copied.
-class CQLMimeMsgInfo {
+class QLMAIL_EXPORT CQLMimeMsgInfo {
 public:
     // One record of the format string. Integers that a short record leaves out are 0.
     class CQLMimeMsgInfoItem {
