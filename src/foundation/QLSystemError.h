@@ -5,10 +5,13 @@
 
 #include <string>
 
+/// The system's text for an error number, thread-safe.
 class QLMAIL_EXPORT CQLSystemError {
 public:
-    // The system's text for the current errno. The argument is not used: callers pass errno
-    // itself, and reading errno here keeps the two from drifting apart.
+    /// The system's text for the current errno.
+    ///
+    /// The argument is not used: callers pass errno itself, and reading errno here keeps the
+    /// two from drifting apart. Call it right after the failing system call.
     static std::string GetStrError(int nErrno);
 };
 
