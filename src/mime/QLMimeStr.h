@@ -4,7 +4,7 @@
 #include "foundation/QLExport.h"
 #include "mime/QLIMimeStr.h"
 
-// A message held in memory.
+/// A message held in memory.
 class QLMAIL_EXPORT CQLMimeStr : public CQLIMimeStr {
 public:
     CQLMimeStr() {}
