@@ -51,7 +51,8 @@ case "$mode" in
     cp samples/plain.eml "$dir/qlmail/samples/"
     cp /etc/resolv.conf "$dir/etc/resolv.conf"
     mount -t proc proc "$dir/proc"
-    trap 'umount "$dir/proc"' EXIT
+    mount -t devpts devpts "$dir/dev/pts" # apt-get logs through a terminal of its own
+    trap 'umount "$dir/dev/pts" "$dir/proc"' EXIT
     # First the packages alone, with what apt-get finds for them: the tool must run. Then
     # the compilers and the JDK for the consumer programs.
     chroot "$dir" /bin/sh -eu -c "
