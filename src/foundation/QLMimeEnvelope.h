@@ -8,7 +8,9 @@
 #include <vector>
 
 /// The SMTP envelope of a transfer: its sender and recipients, apart from the message's own
-/// headers. Addresses are held as given; nothing here parses or checks them.
+/// headers. Addresses are held as given; nothing here parses or checks them. A mail system
+/// fills one with SetMailFrom() and AddRcptTo() as the transfer arrives and hands it on with
+/// the message.
 class QLMAIL_EXPORT CQLMimeEnvelope : public CQLExceptionParser {
 public:
     /// One recipient.

@@ -4,7 +4,8 @@
 #include "foundation/QLExport.h"
 #include "mime/QLIMimeStr.h"
 
-/// A message held in memory.
+/// A message held in memory. CQLMimeMsg::Open() with bFile false makes one; on its own,
+/// SetData() copies the message in and SetDataPtr() reads bytes that the caller keeps alive.
 class QLMAIL_EXPORT CQLMimeStr : public CQLIMimeStr {
 public:
     CQLMimeStr() {}
