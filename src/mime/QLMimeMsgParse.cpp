@@ -166,126 +166,136 @@ unsigned long CQLMimeMsg::Parse(CQLIMimeStr* pMimeStr, unsigned long nOffset, un
 
 bool CQLMimeMsg::ParseHead(ParseFrame& frame, CQLFixedObjPoolParser<CQLMimeMsg>& Pool,
                            int& nParseCnt, bool bHdrOnly, unsigned long& nResult) {
-    CQLIMimeStr* pMimeStr = m_pSource;
-    const unsigned long nOffset = frame.nOffset;
-    const unsigned long nEnd = frame.nEnd;
-    const bool bTop = nOffset == 0;
-
+    const bool bTop = frame.nOffset == 0;
     m_bWrapper = false;
     if (++nParseCnt > kMaxEntities) {
         m_strLastError = "In Parse(), Stack overflow";
-        nResult = pMimeStr ? pMimeStr->GetLength() : 0;
+        nResult = m_pSource ? m_pSource->GetLength() : 0;
         return true;
     }
-    if (pMimeStr == nullptr) {
+    if (m_pSource == nullptr) {
         m_strLastError = "In Parse(), Invalid pMimeStr";
         throw *this;
     }
     if (bTop) push_back(Pool.GetObject());
-
-    const unsigned long nHdr = m_Hdr.Parse(pMimeStr, nOffset);
-    if (nHdr == kNotFound) {
-        m_strLastError = "In Parse(), " + m_Hdr.GetLastError();
-        throw *this;
-    }
+    const unsigned long nHdr = ReadHeader(frame.nOffset);
     if (bHdrOnly) {
         nResult = nHdr;
         return true;
     }
-
     const PartFields fields = FindPartFields(m_Hdr);
+    Identify(fields, bTop);
+    if (bTop) StartTopRecord();
+    if (nHdr == m_pSource->GetLength()) {
+        nResult = nHdr; // no body
+        return true;
+    }
+    std::string strBoundary;
+    if (m_CT == CQLMimeConst::MULTIPART) {
+        strBoundary = BoundaryOf(fields);
+        m_nMSO = m_Hdr.m_nHdrStart;
+        m_nMEO = m_Hdr.m_nHdrEnd;
+    } else if (m_CT == CQLMimeConst::MESSAGE && m_strFilename.empty() &&
+               m_SubCT == CQLMimeConst::RFC822) {
+        NameEmbeddedMessage(nHdr, frame.nEnd);
+    }
+    if (!strBoundary.empty()) return FirstDelimiter(frame, std::move(strBoundary), nHdr, nResult);
+    // A multipart without a boundary parameter has no parts and no body.
+    const unsigned long nTarget = m_CT == CQLMimeConst::MULTIPART ? 0 : frame.nEnd;
+    nResult = nTarget == frame.nEnd ? LeafBody(nHdr, frame.nEnd) : nHdr;
+    if (bTop) nResult = FinishTop(frame, nResult);
+    return true;
+}
+
+unsigned long CQLMimeMsg::ReadHeader(unsigned long nOffset) {
+    // The header is not bounded by the entity: it runs to its own end.
+    const unsigned long nHdr = m_Hdr.Parse(m_pSource, nOffset);
+    if (nHdr == kNotFound) {
+        m_strLastError = "In Parse(), " + m_Hdr.GetLastError();
+        throw *this;
+    }
+    return nHdr;
+}
+
+void CQLMimeMsg::Identify(const PartFields& fields, bool bTop) {
     CQLMimeHdr::ContentTypeOf(fields.pType, fields.pEncoding, m_CT, m_SubCT, m_Encoder);
+    // GetFilename decodes with the charset, which falls back on the main charset.
     m_strCharSet = CharSetOf(fields);
     if (bTop) m_strMainCharSet = m_strCharSet;
     m_strCID = fields.pCID ? fields.pCID->m_strValue : std::string();
     bool bAttachment = false;
     m_strFilename = FilenameOf(fields, bAttachment);
     m_strSubject = fields.pSubject ? fields.pSubject->m_strValue : std::string();
-
     // An inline picture with a Content-ID is not an attachment.
     m_bHasAttach = !m_strFilename.empty() &&
                    !(!bAttachment && !m_strCID.empty() &&
                      (m_CT == CQLMimeConst::IMAGE || IsImageExtention(m_strFilename)));
     m_bTNEF = m_CT == CQLMimeConst::APPLICATION && m_SubCT == CQLMimeConst::MS_TNEF;
+}
 
-    if (bTop) {
-        CQLMimeMsg* pRecord = front();
-        pRecord->m_nHSO = pRecord->m_nMSO = pRecord->m_nBSO = m_Hdr.m_nHdrStart;
-        pRecord->m_nHEO = pRecord->m_nMEO = pRecord->m_nBEO = m_Hdr.m_nHdrEnd;
-        m_nHSO = m_Hdr.m_nHdrStart;
-        m_nHEO = m_Hdr.m_nHdrEnd;
-        m_strReserved.clear();
-        m_strDepth.clear();
-        pRecord->m_strReserved.clear();
-        pRecord->m_strDepth.clear();
-        m_nLineCnt = 0;
-        pRecord->m_CT = m_CT;
-        pRecord->m_SubCT = m_SubCT;
-        pRecord->m_Encoder = m_Encoder;
-        // The record takes the header block over when the parse of the top ends.
-        pRecord->m_strCharSet = m_strCharSet;
-        pRecord->m_strCID = m_strCID;
-        pRecord->m_strFilename = m_strFilename;
-        pRecord->m_strMainCharSet = m_strMainCharSet;
-    }
+void CQLMimeMsg::StartTopRecord() {
+    CQLMimeMsg* pRecord = front();
+    pRecord->m_nHSO = pRecord->m_nMSO = pRecord->m_nBSO = m_Hdr.m_nHdrStart;
+    pRecord->m_nHEO = pRecord->m_nMEO = pRecord->m_nBEO = m_Hdr.m_nHdrEnd;
+    m_nHSO = m_Hdr.m_nHdrStart;
+    m_nHEO = m_Hdr.m_nHdrEnd;
+    m_strReserved.clear();
+    m_strDepth.clear();
+    pRecord->m_strReserved.clear();
+    pRecord->m_strDepth.clear();
+    m_nLineCnt = 0;
+    pRecord->m_CT = m_CT;
+    pRecord->m_SubCT = m_SubCT;
+    pRecord->m_Encoder = m_Encoder;
+    // The record takes the header block over when the parse of the top ends. It does not take
+    // the attachment flags: only parts raise them in the main message.
+    pRecord->m_strCharSet = m_strCharSet;
+    pRecord->m_strCID = m_strCID;
+    pRecord->m_strFilename = m_strFilename;
+    pRecord->m_strMainCharSet = m_strMainCharSet;
+}
 
-    if (nHdr == pMimeStr->GetLength()) {
-        nResult = nHdr; // no body
-        return true;
-    }
+std::string CQLMimeMsg::BoundaryOf(const PartFields& fields) {
+    if (fields.pType == nullptr) return std::string();
+    const std::string strBoundary =
+        fields.pType->GetParameter(CQLMimeConst::m_szBoundary, CQLMimeConst::m_nBoundaryLen);
+    // Delimiters are searched for at the start of a line.
+    return strBoundary.empty() ? strBoundary : "\n--" + strBoundary;
+}
 
-    std::string strBoundary;
-    unsigned long nTarget = nEnd;
-    if (m_CT == CQLMimeConst::MULTIPART) {
-        if (fields.pType != nullptr)
-            strBoundary = fields.pType->GetParameter(CQLMimeConst::m_szBoundary,
-                                                     CQLMimeConst::m_nBoundaryLen);
-        if (!strBoundary.empty())
-            strBoundary = "\n--" + strBoundary;
-        else
-            nTarget = 0;
-        m_nMSO = m_Hdr.m_nHdrStart;
-        m_nMEO = m_Hdr.m_nHdrEnd;
-    } else if (m_CT == CQLMimeConst::MESSAGE) {
-        if (m_strFilename.empty() && m_SubCT == CQLMimeConst::RFC822)
-            NameEmbeddedMessage(nHdr, nEnd);
-    }
+unsigned long CQLMimeMsg::LeafBody(unsigned long nHdr, unsigned long nEnd) {
+    m_nMSO = m_Hdr.m_nHdrStart;
+    m_nMEO = m_Hdr.m_nHdrEnd;
+    // The body begins behind "\n" or "\r\n" of the blank line, and takes in the LF of a CR LF
+    // that ends it.
+    const char c0 = CharAt(m_pSource, nHdr);
+    const char c1 = CharAt(m_pSource, nHdr + 1);
+    unsigned long nBSO = (c0 != '\n' && c1 == '\n') ? nHdr + 2 : nHdr + 1;
+    unsigned long nBEO = nEnd;
+    if (CharAt(m_pSource, nBEO - 1) == '\r' && CharAt(m_pSource, nBEO) == '\n') ++nBEO;
+    if (nBSO > nBEO) nBSO = nBEO;
+    m_nBSO = static_cast<uint32_t>(nBSO);
+    m_nBEO = static_cast<uint32_t>(nBEO);
+    if (m_nLineCnt == 0) m_nLineCnt = static_cast<int>(m_pSource->FastLineCnt(nBSO, nBEO - nBSO));
+    return nEnd;
+}
 
-    if (strBoundary.empty()) {
-        if (nTarget == nEnd) {
-            m_nMSO = m_Hdr.m_nHdrStart;
-            m_nMEO = m_Hdr.m_nHdrEnd;
-            // The body begins behind "\n" or "\r\n" of the blank line.
-            const char c0 = CharAt(pMimeStr, nHdr);
-            const char c1 = CharAt(pMimeStr, nHdr + 1);
-            unsigned long nBSO = (c0 != '\n' && c1 == '\n') ? nHdr + 2 : nHdr + 1;
-            unsigned long nBEO = nEnd;
-            if (CharAt(pMimeStr, nBEO - 1) == '\r' && CharAt(pMimeStr, nBEO) == '\n') ++nBEO;
-            if (nBSO > nBEO) nBSO = nBEO;
-            m_nBSO = static_cast<uint32_t>(nBSO);
-            m_nBEO = static_cast<uint32_t>(nBEO);
-            if (m_nLineCnt == 0)
-                m_nLineCnt = static_cast<int>(pMimeStr->FastLineCnt(nBSO, nBEO - nBSO));
-            nResult = nEnd;
-        } else {
-            nResult = nHdr; // a multipart without a boundary parameter has no parts
-        }
-        if (bTop) nResult = FinishTop(frame, nResult);
-        return true;
-    }
-
+bool CQLMimeMsg::FirstDelimiter(ParseFrame& frame, std::string&& strBoundary, unsigned long nHdr,
+                                unsigned long& nResult) {
+    const bool bTop = frame.nOffset == 0;
     m_nBSO = static_cast<uint32_t>(nHdr);
     int nLine = 0;
-    const unsigned long nFirst = pMimeStr->NextBoundary(strBoundary, nHdr, nLine);
+    const unsigned long nFirst = m_pSource->NextBoundary(strBoundary, nHdr, nLine);
     if (nFirst == kNotFound) {
+        // Not an error for the caller: the multipart has no parts and runs to the end.
         m_strLastError = "In Parse(), Fail to find next boundary. " + strBoundary;
-        m_nBEO = static_cast<uint32_t>(nEnd);
+        m_nBEO = static_cast<uint32_t>(frame.nEnd);
         nResult = bTop ? FinishTop(frame, m_nBEO) : m_nBEO;
         return true;
     }
     frame.nCur = nFirst + 1;
     frame.nRet = nHdr;
-    if (frame.nCur >= nEnd) {
+    if (frame.nCur >= frame.nEnd) {
         m_nBEO = static_cast<uint32_t>(nHdr);
         nResult = bTop ? FinishTop(frame, nHdr) : nHdr;
         return true;
