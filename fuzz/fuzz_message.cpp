@@ -1,8 +1,11 @@
 // Arbitrary bytes as a message: parse in memory and from a file, write the format string,
 // rebuild from it, and read every part. The two sources must give the same tree, and so must
 // parses that look their delimiters up in an index, which Open uses only for messages far
-// larger than a fuzzer's inputs.
+// larger than a fuzzer's inputs. Then the message is rewritten in memory, and the patched
+// offsets must agree with a fresh parse.
 #include "FuzzCommon.h"
+
+#include "../tests/mime/RewriteCheck.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -32,6 +35,71 @@ void Check(bool bOk, const char* pszWhat) {
     if (!bOk) {
         std::fprintf(stderr, "fuzz_message: %s\n", pszWhat);
         std::abort();
+    }
+}
+
+// Checks the write-back of entry k that has just happened, as the tests do. Answers whether
+// the patched list differs from a fresh parse where the tables allow it.
+bool CheckRewrite(CQLMimeMsg& msg, const std::vector<rewrite_check::Cells>& before,
+                  const std::string& strOld, bool bBody, int k) {
+    using namespace rewrite_check;
+    std::string strNew;
+    msg.Save(strNew);
+    const int64_t nDelta =
+        static_cast<int64_t>(strNew.size()) - static_cast<int64_t>(strOld.size());
+    const auto range = EditedRange(before[k], bBody);
+    Check(strNew.compare(0, range.first, strOld, 0, range.first) == 0 &&
+              strNew.compare(range.second + nDelta, std::string::npos, strOld, range.second,
+                             std::string::npos) == 0,
+          "a rewrite changed bytes outside its range");
+    const std::vector<Cells> after = Snapshot(msg);
+    std::string strError = PatchedByTable(before, after, bBody, k, nDelta);
+    if (strError.empty()) {
+        CQLMimeMsg fresh;
+        fresh.Open(strNew, false);
+        bool bDiffers = false;
+        strError = LikeFresh(before, after, Snapshot(fresh), nDelta, bDiffers);
+        if (strError.empty()) return bDiffers;
+    }
+    std::fprintf(stderr, "fuzz_message: %s rewrite of entry %d: %s\n", bBody ? "body" : "header", k,
+                 strError.c_str());
+    std::abort();
+}
+
+// A header field written back on one entry, then the body of one leaf replaced, both chosen by
+// the input's bytes, on entries whose edit leaves the shape of the message alone (elsewhere an
+// edit may change which parts a damaged message has, which no patching could follow).
+void RewriteInMemory(const std::string& strData) {
+    using namespace rewrite_check;
+    CQLMimeMsg msg;
+    if (!msg.Open(strData, false) || msg.empty()) return;
+    size_t nPick = strData.size();
+    for (unsigned char c : strData.substr(0, 16)) nPick = nPick * 31 + c;
+    for (bool bBody : {false, true}) {
+        const std::vector<Cells> before = Snapshot(msg);
+        std::string strOld;
+        msg.Save(strOld);
+        std::vector<size_t> vSane;
+        const bool bWellFormed = WellFormed(before) && DelimitersStay(msg, strOld);
+        for (size_t i = 0; i < before.size() && bWellFormed; ++i)
+            if (Editable(before, i, bBody, strOld)) vSane.push_back(i);
+        if (vSane.empty()) continue;
+        const size_t k = vSane[nPick % vSane.size()];
+        nPick /= 7;
+        static const CQLMimeConst::ENCODER kEncoders[] = {
+            CQLMimeConst::ENCODER_7BIT, CQLMimeConst::ENCODER_BASE64, CQLMimeConst::ENCODER_QP};
+        const CQLMimeConst::ENCODER eEncoder = kEncoders[nPick % 3];
+        const bool bDone =
+            bBody ? msg[k]->SetBody("fuzz body" + BodyLineEnd(before[k], strOld), false, eEncoder)
+                  : msg[k]->AddHdrItem("X-Fuzz", "value", eEncoder, "UTF-8", nPick % 2 != 0,
+                                       nPick % 4 < 2, true);
+        Check(bDone, "a rewrite in memory failed");
+        if (CheckRewrite(msg, before, strOld, bBody, static_cast<int>(k))) {
+            // The tables left the list unlike the message: the next edit starts afresh.
+            std::string strNew;
+            msg.Save(strNew);
+            if (!msg.Open(strNew, false) || msg.empty()) return;
+        }
     }
 }
 
@@ -129,5 +197,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t nSize) {
     }
     ReadEveryPart(mem);
     ReadEveryPart(fromFile, false);
+    RewriteInMemory(strData);
     return 0;
 }

@@ -2,6 +2,7 @@
 // dispatch; the commands live in files of their own, by family.
 #include "MessageCommands.h"
 #include "ReadCommands.h"
+#include "RewriteCommands.h"
 #include "ToolCommon.h"
 
 #include "foundation/DefineParser.h"
@@ -67,11 +68,13 @@ const char* const kUsage =
     "                         per core); each FILE.fmt is written under a temporary name and\n"
     "                         renamed. Prints a summary (indexed, skipped, failed, MB/s), names\n"
     "                         each failure on standard error, and fails if any message failed\n"
-    "\n"
-    "  --version              print the library version\n"
-    "  --help                 print this text\n"
-    "\n"
-    "Exit codes: 0 success, 1 failure, 2 bad usage.\n";
+    "\n";
+
+const char* const kUsageEnd = "\n"
+                              "  --version              print the library version\n"
+                              "  --help                 print this text\n"
+                              "\n"
+                              "Exit codes: 0 success, 1 failure, 2 bad usage.\n";
 
 } // namespace
 
@@ -81,6 +84,8 @@ int main(int argc, char** argv) {
     const std::vector<std::string> vArgs(argv + 2, argv + argc);
     if (strCmd == "--help" || strCmd == "-h") {
         std::fputs(kUsage, stdout);
+        std::fputs(kRewriteUsage, stdout);
+        std::fputs(kUsageEnd, stdout);
         return 0;
     }
     if (strCmd == "--version") {
@@ -96,6 +101,7 @@ int main(int argc, char** argv) {
         if (strCmd == "parts" || strCmd == "format") return MessageCommand(strCmd, vArgs);
         if (strCmd == "header") return HeaderCommand(vArgs);
         if (strCmd == "text") return TextCommand(vArgs);
+        if (IsRewriteCommand(strCmd, vArgs)) return RewriteCommand(strCmd, vArgs);
         if (strCmd == "attachments") return AttachmentsCommand(vArgs);
         if (strCmd == "extract") return ExtractCommand(vArgs);
         if (strCmd == "index") return IndexCommand(vArgs);

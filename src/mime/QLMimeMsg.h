@@ -10,6 +10,7 @@
 #include "mime/QLMimeStr.h"
 
 #include <cstdint>
+#include <functional>
 #include <list>
 #include <ostream>
 #include <string>
@@ -106,6 +107,71 @@ public:
     long long GetSentDate() const;
     long long GetRecentRecvDate() const;
 
+    // Attachment lists on the tree.
+    struct TFileList {
+        std::string strFileName;
+        int nEncoder;
+        int nContentType;
+        uint32_t nStartPos;
+        uint32_t nEndPos;
+        int nLineCnt;
+        std::string strDepth;
+        int64_t nSize; // decoded
+    };
+    struct TAttachList {
+        int nType;
+        uint32_t nStartPos;
+        uint32_t nEndPos;
+        uint32_t nSize; // decoded
+        int nEncoder;
+        std::string strReserved1;
+        std::string strReserved2;
+        std::string strFileName;
+        std::string strContentType;
+        std::string strCID;
+        std::string strTransferEncoding;
+        std::string strMimeHdr;
+        std::string strDepth;
+    };
+    long long GetAttachFileList(std::vector<TFileList>& List, long long& nTotal);
+    long long GetAttachFileList(std::vector<std::string>& List, long long& nTotal);
+    long long GetAttachFileList(std::string& strList, unsigned int& nCount, long long& nTotal,
+                                char cSep);
+    int GetAttachFileList(std::vector<TAttachList>& List);
+    bool HasAttachFileInPart();
+
+    // Text part selection on the tree.
+    bool GetTextPart(std::string& strPlain, std::string& strHtml);
+    bool GetTextPart(std::string& strPlainHdr, std::string& strPlain, std::string& strHtmlHdr,
+                     std::string& strHtml);
+
+    // Header editing and write-back.
+    bool AddHdrItem(const std::string& strName, const std::string& strValue,
+                    CQLMimeConst::ENCODER eEncoder, const char* pszCharset, bool bEncode,
+                    bool bFront, bool bWriteBack);
+    bool ModifyHdrItem(const std::string& strName, const std::string& strValue,
+                       CQLMimeConst::ENCODER eEncoder, const char* pszCharset, bool bEncode,
+                       bool bWriteBack);
+    bool DelHdrItem(const std::string& strName, bool bWriteBack);
+    bool UpdateHdr();
+    bool CreateMsgID(const std::string& strMsgID);
+    bool SetHdr(const CQLMimeHdr& hdr);
+    void InitHdrCursor(const std::string& strFilter);
+    bool GetNextHdrItem(CQLMimeHdrItem& item);
+
+    // Body replacement.
+    bool SetBody(const std::string& strData, bool bFile, CQLMimeConst::ENCODER eEncoder);
+
+    // Banners and tracking tags.
+    bool AddBanner(const std::string& strBanner, int nType);
+    bool AddBanner(CQLMimeMsg& part, std::string strBanner, int nType);
+    bool AddConfirmTag(const std::string& strBaseURL, int nPort, const std::string& strPath,
+                       const std::string& strMsgID, const std::string& strSender,
+                       const std::string& strReceiver, const std::string& strSubject, int& nStatus);
+    bool AddEDMTag(const std::string& strBaseURL, int nPort, const std::string& strPath,
+                   const std::string& strData, int& nStatus);
+    bool CanInsertConfirmTag() const;
+
     // The node's record, as the format string carries it.
     uint32_t m_nHSO, m_nHEO; // message header
     uint32_t m_nTSO, m_nTEO; // range of a multipart or of the top message
@@ -189,6 +255,24 @@ private:
     CQLIMimeStr* Source() const;
     // The whole message to a descriptor, a file or a stream.
     template <class Sink> bool SaveTo(Sink& sink);
+
+    // The main message, or null for a node that belongs to none.
+    CQLMimeMsg* MainMsg() const;
+    // Copies each entry of the main message's list in turn into a local node, through the
+    // main message's cursor, until fn answers false.
+    void WalkParts(const std::function<bool(CQLMimeMsg&)>& fn);
+    // Whether a part carries a file name in its disposition or its type field. The type field
+    // is looked up with the given name length, which some callers get wrong on purpose.
+    bool IsNamedPart(unsigned int nTypeFieldLen) const;
+    // The attachment selection rule; strName receives the name the part is listed under.
+    bool SelectAttach(CQLMimeMsg& part, std::string& strName);
+    // The decoded size of a part's body, read in pieces.
+    static long long DecodedSize(const CQLMimeMsg& part);
+    // The first html part that carries no file name, for the tags.
+    bool FindTagPart(CQLMimeMsg& part);
+    enum PatchTable { PATCH_HDR, PATCH_BODY };
+    // Moves the offsets of the main message's list after the node at nIndex changed length.
+    void PatchOffsets(PatchTable eTable, int nIndex, int32_t nDelta);
 };
 
 #endif

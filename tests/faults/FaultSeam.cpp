@@ -1,13 +1,18 @@
 #include "faults/FaultSeam.h"
 
 #include <cerrno>
+#include <cstdarg>
 #include <cstdio>
+#include <fcntl.h>
 #include <unistd.h>
 
 extern "C" {
 ssize_t __real_write(int nFD, const void* pBuf, size_t nLen);
 int __real_rename(const char* pszFrom, const char* pszTo);
 int __real_unlink(const char* pszPath);
+int __real_open64(const char* pszPath, int nFlags, ...);
+ssize_t __real_copy_file_range(int nIn, loff_t* pnIn, int nOut, loff_t* pnOut, size_t nLen,
+                               unsigned int nFlags);
 }
 
 namespace {
@@ -18,7 +23,7 @@ struct Fault {
     int nErrno = 0;
 };
 
-Fault g_Faults[3];
+Fault g_Faults[5];
 std::size_t g_nShortWrite = 0;
 
 // Counts the call and tells whether it is the one to fail, errno set.
@@ -72,5 +77,20 @@ int __wrap_rename(const char* pszFrom, const char* pszTo) {
 int __wrap_unlink(const char* pszPath) {
     if (Due(seam::Call::Unlink)) return -1;
     return __real_unlink(pszPath);
+}
+
+int __wrap_open64(const char* pszPath, int nFlags, ...) {
+    va_list args;
+    va_start(args, nFlags);
+    const mode_t nMode = (nFlags & O_CREAT) ? va_arg(args, mode_t) : 0;
+    va_end(args);
+    if (Due(seam::Call::Open)) return -1;
+    return __real_open64(pszPath, nFlags, nMode);
+}
+
+ssize_t __wrap_copy_file_range(int nIn, loff_t* pnIn, int nOut, loff_t* pnOut, size_t nLen,
+                               unsigned int nFlags) {
+    if (Due(seam::Call::CopyFileRange)) return -1;
+    return __real_copy_file_range(nIn, pnIn, nOut, pnOut, nLen, nFlags);
 }
 }

@@ -5,12 +5,13 @@
 
 #include <cstddef>
 
-// This test program links the library's objects with write, rename and unlink wrapped
-// (-Wl,--wrap), so a test can make the library's own calls fail or fall short without any
-// hook in the library. Only descriptors above 2 are touched: the test's output stays whole.
+// This test program links the library's objects with write, rename, unlink, open64 and
+// copy_file_range wrapped (-Wl,--wrap), so a test can make the library's own calls fail or fall
+// short without any hook in the library. Only descriptors above 2 are touched: the test's output
+// stays whole.
 namespace seam {
 
-enum class Call { Write, Rename, Unlink };
+enum class Call { Write, Rename, Unlink, Open, CopyFileRange };
 
 // The nth call of that kind from now on (1: the next one) fails with nErrno.
 void FailNth(Call call, int nNth, int nErrno);
