@@ -127,7 +127,7 @@ unsigned long CQLMimeHdr::Parse(CQLIMimeStr* pMimeStr, const unsigned long& nOff
         m_strLastError = "In Parse(), Invalid pMimeStr";
         return static_cast<unsigned long>(-1);
     }
-    return pMimeStr->GetType() == 0 ? ParseMem(pMimeStr, nOffset) : ParseFile(pMimeStr, nOffset);
+    return pMimeStr->ParseHdr(*this, nOffset);
 }
 
 bool CQLMimeHdr::IsEmptyHdr(CQLIMimeStr* pMimeStr, const unsigned long& nOffset) {
@@ -141,7 +141,7 @@ unsigned long CQLMimeHdr::ParseMem(CQLIMimeStr* pMimeStr, const unsigned long& n
         m_strLastError = "In ParseMem(), Invalid pMimeStr";
         throw *this;
     }
-    return ParseBlock(pMimeStr, nOffset);
+    return pMimeStr->ParseHdr(*this, nOffset);
 }
 
 unsigned long CQLMimeHdr::ParseFile(CQLIMimeStr* pMimeStr, const unsigned long& nOffset) {
@@ -149,26 +149,36 @@ unsigned long CQLMimeHdr::ParseFile(CQLIMimeStr* pMimeStr, const unsigned long& 
         m_strLastError = "In ParseFile(), Invalid pMimeStr";
         throw *this;
     }
-    return ParseBlock(pMimeStr, nOffset);
+    return pMimeStr->ParseHdr(*this, nOffset);
 }
 
-unsigned long CQLMimeHdr::ParseBlock(CQLIMimeStr* pMimeStr, unsigned long nOffset) {
+unsigned long CQLMimeHdr::ParseLines(CQLMimeStr& source, unsigned long nOffset) {
+    MemLineReader reader(source.GetData());
+    return ParseBlock(source, reader, nOffset);
+}
+
+unsigned long CQLMimeHdr::ParseLines(CQLMimeFile& source, unsigned long nOffset) {
+    FileLineReader reader(&source);
+    return ParseBlock(source, reader, nOffset);
+}
+
+template <class LineReader>
+unsigned long CQLMimeHdr::ParseBlock(CQLIMimeStr& source, LineReader& reader,
+                                     unsigned long nOffset) {
     m_nHdrStart = nOffset;
-    if (IsEmptyHdr(pMimeStr, nOffset)) {
+    if (IsEmptyHdr(&source, nOffset)) {
         m_nHdrEnd = nOffset;
         return m_nHdrEnd;
     }
-    CQLMimeStr* pMem = dynamic_cast<CQLMimeStr*>(pMimeStr);
-    CQLMimeFile* pFile = pMem ? nullptr : dynamic_cast<CQLMimeFile*>(pMimeStr);
     unsigned long nPos = nOffset, nSize = 0;
     bool bAdded = false;
-    for (;;) {
-        const bool bField = pMem    ? ParseMemLine(pMem, nPos, nSize)
-                            : pFile ? ParseFileLine(pFile, nPos, nSize)
-                                    : false;
-        if (!bField) break;
-        nPos += nSize;
-        bAdded = true;
+    try {
+        while (ParseField(reader, nPos, source.GetLength(), nSize)) {
+            nPos += nSize;
+            bAdded = true;
+        }
+    } catch (CQLExceptionParser& e) {
+        m_strLastError = "In ParseFileLine, exception occured, " + e.GetLastError();
     }
     m_nHdrEnd = bAdded ? nPos : m_nHdrStart;
     return m_nHdrEnd;

@@ -32,6 +32,10 @@ public:
     bool ParseMemLine(CQLMimeStr* pMimeStr, const unsigned long& nOffset, unsigned long& nSize);
     bool ParseFileLine(CQLMimeFile* pMimeFile, const unsigned long& nOffset, unsigned long& nSize);
     bool IsEmptyHdr(CQLIMimeStr* pMimeStr, const unsigned long& nOffset);
+    // The block read line by line from a message in memory or in a file; each source calls
+    // the one for its kind.
+    unsigned long ParseLines(CQLMimeStr& source, unsigned long nOffset);
+    unsigned long ParseLines(CQLMimeFile& source, unsigned long nOffset);
 
     int GetCount(const char* pszName, const unsigned int& nLen) const;
     CQLMimeHdrItem* FindHdrItem(const char* pszName, const unsigned int& nLen) const;
@@ -62,7 +66,8 @@ private:
     // Appends the field with this raw text, its line end taken off already, its name and
     // value cut from it, and notes an attachment disposition.
     void AddRawField(std::string&& strRaw, int nColon);
-    unsigned long ParseBlock(CQLIMimeStr* pMimeStr, unsigned long nOffset);
+    template <class LineReader>
+    unsigned long ParseBlock(CQLIMimeStr& source, LineReader& reader, unsigned long nOffset);
     // Reads one field with the given way of getting a line at an offset.
     template <class LineReader>
     bool ParseField(LineReader& reader, unsigned long nOffset, unsigned long nSourceLen,
