@@ -1,6 +1,7 @@
 #include "mime/QLMimeMsg.h"
 
 #include "foundation/QLStrTokenizerParser.h"
+#include "mime/QLMimeRecord.h"
 
 #include <charconv>
 #include <cstdio>
@@ -43,6 +44,56 @@ const char* SubTypeName(int nSubCT) {
     return nSubCT == CQLMimeConst::MS_TNEF ? "MS-TNEF" : "";
 }
 
+// The most characters a record can take: a number has at most 11, the encoding one, and
+// each field its comma.
+struct RecordBound {
+    size_t n = 0;
+    template <class T> void Number(const T&) { n += 12; }
+    void Text(const std::string& strText) { n += strText.size() + 1; }
+    template <class T> void Byte(const T&) { n += 2; }
+};
+
+// Writes a record in place, into room that RecordBound measured.
+struct RecordWriter {
+    char* p;
+    char* pEnd;
+    template <class T> void Number(const T& value) {
+        p = std::to_chars(p, pEnd, static_cast<int>(value)).ptr;
+        *p++ = ',';
+    }
+    void Text(const std::string& strText) {
+        memcpy(p, strText.data(), strText.size());
+        p += strText.size();
+        *p++ = ',';
+    }
+    template <class T> void Byte(const T& value) {
+        *p++ = static_cast<char>(value);
+        *p++ = ',';
+    }
+};
+
+// Reads the tokens of a record in turn; fields past the last token keep what they held.
+struct RecordReader {
+    CQLStrTokenizerParser tokenizer;
+    const char* pTok = nullptr;
+    unsigned long nTok = 0;
+    bool bEnd = false;
+    bool Next() {
+        if (!bEnd) bEnd = (pTok = tokenizer.GetNext(nTok)) == nullptr;
+        return !bEnd;
+    }
+    template <class T> void Number(T& value) {
+        if (Next()) value = static_cast<T>(TokenToLong(pTok, nTok));
+    }
+    void Text(std::string& strText) {
+        if (Next()) strText.assign(pTok, nTok);
+    }
+    template <class T> void Byte(T& value) {
+        // An empty token's first byte is the comma behind it.
+        if (Next()) value = static_cast<T>(nTok > 0 ? pTok[0] : ',');
+    }
+};
+
 } // namespace
 
 std::string CQLMimeMsg::GetOffSetStr() const {
@@ -52,50 +103,18 @@ std::string CQLMimeMsg::GetOffSetStr() const {
 }
 
 size_t CQLMimeMsg::OffSetStrBound() const {
-    // Eleven numbers of at most 11 characters, each with its comma, the encoding byte, six
-    // more commas and the texts.
-    return 11 * 12 + 1 + 6 + m_strDepth.size() + m_strReserved.size() + m_strCharSet.size() +
-           m_strCID.size() + m_strFilename.size();
+    RecordBound bound;
+    CQLMimeRecord::Visit(*this, bound);
+    return bound.n;
 }
 
 void CQLMimeMsg::AppendOffSetStr(std::string& strOut) const {
     // Written in place: the format string of every message is made this way.
     const size_t nStart = strOut.size();
     strOut.resize(nStart + OffSetStrBound());
-    char* p = &strOut[nStart];
-    char* const pEnd = &strOut[0] + strOut.size();
-    auto number = [&](int nValue) {
-        p = std::to_chars(p, pEnd, nValue).ptr;
-        *p++ = ',';
-    };
-    auto text = [&](const std::string& strText) {
-        memcpy(p, strText.data(), strText.size());
-        p += strText.size();
-    };
-    number(static_cast<int>(m_nHSO));
-    number(static_cast<int>(m_nHEO));
-    number(static_cast<int>(m_nTSO));
-    number(static_cast<int>(m_nTEO));
-    number(static_cast<int>(m_nMSO));
-    number(static_cast<int>(m_nMEO));
-    number(static_cast<int>(m_nBSO));
-    number(static_cast<int>(m_nBEO));
-    text(m_strDepth);
-    *p++ = ',';
-    number(static_cast<int>(m_CT));
-    number(static_cast<int>(m_SubCT));
-    *p++ = static_cast<char>(m_Encoder);
-    *p++ = ',';
-    number(m_nLineCnt);
-    text(m_strReserved);
-    *p++ = ',';
-    text(m_strCharSet);
-    *p++ = ',';
-    text(m_strCID);
-    *p++ = ',';
-    text(m_strFilename);
-    *p++ = ',';
-    strOut.resize(static_cast<size_t>(p - strOut.data()));
+    RecordWriter writer{&strOut[nStart], &strOut[0] + strOut.size()};
+    CQLMimeRecord::Visit(*this, writer);
+    strOut.resize(static_cast<size_t>(writer.p - strOut.data()));
 }
 
 std::string CQLMimeMsg::GetFormat() const {
@@ -112,67 +131,8 @@ std::string CQLMimeMsg::GetFormat() const {
 }
 
 bool CQLMimeMsg::SetOffSetStr(const char* pszOffSet, unsigned long nLen, bool bParseHdr) {
-    CQLStrTokenizerParser tokenizer(pszOffSet, nLen, ',');
-    unsigned long nTok = 0;
-    const char* pTok = nullptr;
-    for (int nField = 0; (pTok = tokenizer.GetNext(nTok)) != nullptr; ++nField) {
-        switch (nField) {
-        case 0:
-            m_nHSO = static_cast<uint32_t>(TokenToLong(pTok, nTok));
-            break;
-        case 1:
-            m_nHEO = static_cast<uint32_t>(TokenToLong(pTok, nTok));
-            break;
-        case 2:
-            m_nTSO = static_cast<uint32_t>(TokenToLong(pTok, nTok));
-            break;
-        case 3:
-            m_nTEO = static_cast<uint32_t>(TokenToLong(pTok, nTok));
-            break;
-        case 4:
-            m_nMSO = static_cast<uint32_t>(TokenToLong(pTok, nTok));
-            break;
-        case 5:
-            m_nMEO = static_cast<uint32_t>(TokenToLong(pTok, nTok));
-            break;
-        case 6:
-            m_nBSO = static_cast<uint32_t>(TokenToLong(pTok, nTok));
-            break;
-        case 7:
-            m_nBEO = static_cast<uint32_t>(TokenToLong(pTok, nTok));
-            break;
-        case 8:
-            m_strDepth.assign(pTok, nTok);
-            break;
-        case 9:
-            m_CT = static_cast<CQLMimeConst::CT>(TokenToLong(pTok, nTok));
-            break;
-        case 10:
-            m_SubCT = static_cast<CQLMimeConst::SUBCT>(TokenToLong(pTok, nTok));
-            break;
-        case 11:
-            // An empty token's first byte is the comma behind it.
-            m_Encoder = static_cast<CQLMimeConst::ENCODER>(nTok > 0 ? pTok[0] : ',');
-            break;
-        case 12:
-            m_nLineCnt = static_cast<int>(TokenToLong(pTok, nTok));
-            break;
-        case 13:
-            m_strReserved.assign(pTok, nTok);
-            break;
-        case 14:
-            m_strCharSet.assign(pTok, nTok);
-            break;
-        case 15:
-            m_strCID.assign(pTok, nTok);
-            break;
-        case 16:
-            m_strFilename.assign(pTok, nTok);
-            break;
-        default:
-            break;
-        }
-    }
+    RecordReader reader{CQLStrTokenizerParser(pszOffSet, nLen, ',')};
+    CQLMimeRecord::Visit(*this, reader);
     if (bParseHdr) {
         const bool bUseMSO = m_CT == CQLMimeConst::MESSAGE || (m_nHSO == 0 && m_nHEO == 0);
         m_Hdr.Parse(m_pSource, bUseMSO ? m_nMSO : m_nHSO);
