@@ -21,7 +21,7 @@ public:
     CQLMimeHdr& operator=(const CQLMimeHdr& other) = default;
     CQLMimeHdr(CQLMimeHdr&& other) = default;
     CQLMimeHdr& operator=(CQLMimeHdr&& other) = default;
-    virtual ~CQLMimeHdr() {}
+    virtual ~CQLMimeHdr();
 
     void Init();
 
@@ -63,9 +63,11 @@ private:
     // Append the field whose lines these are, line end included.
     void AddField(const char* pRaw, size_t nRaw, int nColon);
     void AddField(std::string&& strRaw, int nColon);
-    // Appends the field with this raw text, its line end taken off already, its name and
-    // value cut from it, and notes an attachment disposition.
-    void AddRawField(std::string&& strRaw, int nColon);
+    // An empty field at the end, with room left by fields parsed before where there is some.
+    CQLMimeHdrItem& NewField();
+    // Cuts the name and the value from the field's raw text and notes an attachment
+    // disposition.
+    void SplitField(CQLMimeHdrItem& item, int nColon);
     template <class LineReader>
     unsigned long ParseBlock(CQLIMimeStr& source, LineReader& reader, unsigned long nOffset);
     // Reads one field with the given way of getting a line at an offset.
