@@ -86,3 +86,17 @@ TEST(MimeHdrReuse, HeadersOutliveTheThreadThatParsedThem) {
     ASSERT_FALSE(v.empty());
     EXPECT_EQ(v.front().value, "3");
 }
+
+TEST(MimeHdrReuse, AHeaderParsedAgainAfterInitCountsOnlyItsNewLines) {
+    CQLMimeStr src;
+    src.SetData("A: 1\r\n 2\r\nB: 3\r\n\r\nbody", false);
+    CQLMimeHdr hdr;
+    hdr.Parse(&src, 0);
+    ASSERT_EQ(hdr.m_nLineCnt, 3);
+    hdr.Init();
+    EXPECT_TRUE(hdr.empty());
+    EXPECT_EQ(hdr.m_nLineCnt, 0);
+    hdr.Parse(&src, 0);
+    EXPECT_EQ(hdr.size(), 2u);
+    EXPECT_EQ(hdr.m_nLineCnt, 3);
+}
