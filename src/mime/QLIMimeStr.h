@@ -11,6 +11,8 @@
 #include <string>
 #include <vector>
 
+class CQLMimeHdr;
+
 /// A source of message bytes: the byte at an offset, the next match of a string, a range
 /// delivered to a sink, and the number of lines in a range. Sources never throw on bad input;
 /// a failure leaves a text in the last error and an empty result.
@@ -56,6 +58,9 @@ public:
     virtual unsigned long FastLineCnt(unsigned long nOffset, unsigned long nLen) = 0;
     /// 0 for memory, 1 for a file.
     virtual int GetType() = 0;
+    /// The header block at the offset into hdr, read the way this kind of source reads lines;
+    /// its end offset.
+    virtual unsigned long ParseHdr(CQLMimeHdr& hdr, unsigned long nOffset) = 0;
 
     /// With bFile the text is a path; otherwise it is the message itself.
     bool SetData(const std::string& strData, bool bFile);

@@ -43,6 +43,7 @@ public:
     unsigned long SubStr(unsigned long nOffset, unsigned long nLen, int nFD) override;
     unsigned long FastLineCnt(unsigned long nOffset, unsigned long nLen) override;
     int GetType() override { return 1; }
+    unsigned long ParseHdr(CQLMimeHdr& hdr, unsigned long nOffset) override;
     int BoundaryLineCnt(const std::string& strBoundary, unsigned long nFrom) override;
 
     /// The line at the offset with its line break (CR kept), or to the end of the file when

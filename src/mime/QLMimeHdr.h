@@ -29,7 +29,7 @@ public:
     CQLMimeHdr(CQLMimeHdr&& other) = default;
     CQLMimeHdr& operator=(CQLMimeHdr&& other) = default;
     ///@}
-    virtual ~CQLMimeHdr() {}
+    virtual ~CQLMimeHdr();
 
     /// Drops the fields and offsets.
     void Init();
@@ -48,6 +48,12 @@ public:
     ///@}
     /// Whether the block at the offset begins with an empty line (LF or CR LF).
     bool IsEmptyHdr(CQLIMimeStr* pMimeStr, const unsigned long& nOffset);
+    ///@{
+    /// The block read line by line from a message in memory or in a file; each source calls
+    /// the one for its kind.
+    unsigned long ParseLines(CQLMimeStr& source, unsigned long nOffset);
+    unsigned long ParseLines(CQLMimeFile& source, unsigned long nOffset);
+    ///@}
 
     /// The number of fields of the name, or of all fields for a null name.
     int GetCount(const char* pszName, const unsigned int& nLen) const;
@@ -85,10 +91,13 @@ private:
     // Append the field whose lines these are, line end included.
     void AddField(const char* pRaw, size_t nRaw, int nColon);
     void AddField(std::string&& strRaw, int nColon);
-    // Appends the field with this raw text, its line end taken off already, its name and
-    // value cut from it, and notes an attachment disposition.
-    void AddRawField(std::string&& strRaw, int nColon);
-    unsigned long ParseBlock(CQLIMimeStr* pMimeStr, unsigned long nOffset);
+    // An empty field at the end, with room left by fields parsed before where there is some.
+    CQLMimeHdrItem& NewField();
+    // Cuts the name and the value from the field's raw text and notes an attachment
+    // disposition.
+    void SplitField(CQLMimeHdrItem& item, int nColon);
+    template <class LineReader>
+    unsigned long ParseBlock(CQLIMimeStr& source, LineReader& reader, unsigned long nOffset);
     // Reads one field with the given way of getting a line at an offset.
     template <class LineReader>
     bool ParseField(LineReader& reader, unsigned long nOffset, unsigned long nSourceLen,

@@ -380,9 +380,23 @@ private:
     size_t OffSetStrBound() const;
     void CopyFrom(const CQLMimeMsg& other);
     // Steps of Parse for one entity; the walk over the children is done by Parse itself,
-    // without recursion, so that nesting depth costs no stack.
+    // without recursion, so that nesting depth costs no stack. ParseHead reads the entity up to
+    // its first delimiter; true when that finished it, with the value to return.
     bool ParseHead(ParseFrame& frame, CQLFixedObjPoolParser<CQLMimeMsg>& Pool, int& nParseCnt,
                    bool bHdrOnly, unsigned long& nResult);
+    // The end of the header block at nOffset; throws when there is no source.
+    unsigned long ReadHeader(unsigned long nOffset);
+    // Type, encoding and names from the header fields.
+    void Identify(const PartFields& fields, bool bTop);
+    // Fills the record of the top of the message from the header just read.
+    void StartTopRecord();
+    // "\n--" and the boundary parameter, or empty without one.
+    static std::string BoundaryOf(const PartFields& fields);
+    // The body of a leaf; the value to return.
+    unsigned long LeafBody(unsigned long nHdr, unsigned long nEnd);
+    // The search for a multipart's first delimiter; true when the multipart ends with it.
+    bool FirstDelimiter(ParseFrame& frame, std::string&& strBoundary, unsigned long nHdr,
+                        unsigned long& nResult);
     // The search for the delimiter that ends the next part.
     void NextDelimiter(ParseFrame& frame);
     CQLMimeMsg* NewChild(ParseFrame& frame, CQLFixedObjPoolParser<CQLMimeMsg>& Pool);

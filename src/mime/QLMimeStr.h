@@ -23,6 +23,7 @@ public:
     unsigned long SubStr(unsigned long nOffset, unsigned long nLen, int nFD) override;
     unsigned long FastLineCnt(unsigned long nOffset, unsigned long nLen) override;
     int GetType() override { return 0; }
+    unsigned long ParseHdr(CQLMimeHdr& hdr, unsigned long nOffset) override;
 
 protected:
     const char* BytesAt(unsigned long nOffset, unsigned long nWant, unsigned long& nGot,

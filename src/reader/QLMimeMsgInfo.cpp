@@ -6,6 +6,7 @@
 #include "foundation/QLStringParser.h"
 #include "mime/QLMimeFile.h"
 #include "mime/QLMimeStr.h"
+#include "mime/QLMimeRecord.h"
 
 #include <algorithm>
 #include <climits>
@@ -115,6 +116,28 @@ void FillAttach(CQLMimeAttachInfo& Attach, const CQLMimeMsgInfo::CQLMimeMsgInfoI
     Attach.m_strAttachId = Item.m_strDepth;
 }
 
+// Reads the tokens of a record in turn, with the rules of this reader: a number ends at the
+// comma behind it, and the encoding is the token's first byte even when the token is empty.
+struct ItemReader {
+    CQLStrTokenizerParser tokenizer;
+    const char* pTok = nullptr;
+    unsigned long nTok = 0;
+    bool bEnd = false;
+    bool Next() {
+        if (!bEnd) bEnd = (pTok = tokenizer.GetNext(nTok)) == nullptr;
+        return !bEnd;
+    }
+    void Number(int& nValue) {
+        if (Next()) nValue = static_cast<int>(FieldNumber(pTok));
+    }
+    void Text(std::string& strText) {
+        if (Next()) strText.assign(pTok, nTok);
+    }
+    void Byte(int& nValue) {
+        if (Next()) nValue = static_cast<signed char>(*pTok);
+    }
+};
+
 } // namespace
 
 // ---- CQLMimeMsgInfoItem ----
@@ -135,27 +158,8 @@ bool CQLMimeMsgInfo::CQLMimeMsgInfoItem::Set(const char* pszRecord) {
     m_strFilename.clear();
     if (pszRecord == nullptr) return true;
 
-    int* const pNumbers[] = {&m_nHSO, &m_nHEO, &m_nTSO, &m_nTEO, &m_nMSO, &m_nMEO,
-                             &m_nBSO, &m_nBEO, nullptr, &m_CT,   &m_SubCT};
-    std::string* const pTexts[] = {&m_strReserved, &m_strCharSet, &m_strCID, &m_strFilename};
-    CQLStrTokenizerParser tokenizer(pszRecord, kFieldDelim);
-    unsigned long nLen = 0;
-    for (int nField = 0; nField <= 16; ++nField) {
-        const char* pToken = tokenizer.GetNext(nLen);
-        if (pToken == nullptr) break;
-        if (nField == 8) {
-            m_strDepth.assign(pToken, nLen);
-        } else if (nField <= 10) {
-            // The comma behind the token ends the number.
-            *pNumbers[nField] = static_cast<int>(FieldNumber(pToken));
-        } else if (nField == 11) {
-            m_Encoder = static_cast<signed char>(*pToken);
-        } else if (nField == 12) {
-            m_nLineCnt = static_cast<int>(FieldNumber(pToken));
-        } else {
-            pTexts[nField - 13]->assign(pToken, nLen);
-        }
-    }
+    ItemReader reader{CQLStrTokenizerParser(pszRecord, kFieldDelim)};
+    CQLMimeRecord::Visit(*this, reader);
     return true;
 }
 
