@@ -3,7 +3,8 @@
 set -eu
 
 packages="g++ make cmake pkg-config git libgtest-dev libgmock-dev libbenchmark-dev libchardet-dev
-clang libclang-rt-14-dev locales tzdata default-jdk-headless junit4 libhamcrest-java"
+clang libclang-rt-14-dev locales tzdata default-jdk-headless junit4 libhamcrest-java
+doxygen dpkg-dev debootstrap"
 
 missing=""
 for p in $packages; do

@@ -116,11 +116,16 @@ std::string CQLCodecParser::DecodeB64(const std::string& strText, bool /*bBinary
     const size_t n = strText.size();
     if (n == 0) return std::string();
     std::string strOut(n / 4 * 3 + 3, '\0');
-    unsigned char* const pOutBase = reinterpret_cast<unsigned char*>(&strOut[0]);
+    strOut.resize(DecodeB64To(strText.data(), n, &strOut[0]));
+    return strOut;
+}
+
+unsigned long CQLCodecParser::DecodeB64To(const char* pText, unsigned long nLen, char* pOut) {
+    unsigned char* const pOutBase = reinterpret_cast<unsigned char*>(pOut);
     unsigned char* o = pOutBase;
     unsigned char* pGroup = o; // output position where the group in progress began
-    const unsigned char* p = reinterpret_cast<const unsigned char*>(strText.data());
-    const unsigned char* const pEnd = p + n;
+    const unsigned char* p = reinterpret_cast<const unsigned char*>(pText);
+    const unsigned char* const pEnd = p + nLen;
     unsigned nState = 0; // accepted characters of the group in progress
     unsigned nAcc = 0;
     unsigned nLast = 0; // the last byte's value as the end test sees it
@@ -197,8 +202,7 @@ std::string CQLCodecParser::DecodeB64(const std::string& strText, bool /*bBinary
     // with the code of "=", so a text ending in "9" (value 61) keeps its partial bytes; that
     // behaviour is relied on and stays.
     if (!bPad && nState != 0 && nLast != '=') o = pGroup;
-    strOut.resize(static_cast<size_t>(o - pOutBase));
-    return strOut;
+    return static_cast<unsigned long>(o - pOutBase);
 }
 
 std::string CQLCodecParser::EncodeQP(const std::string& strText, const bool& bBreakLine,

@@ -290,10 +290,35 @@ unsigned long CQLFileParser::Read(std::string& strBuf, unsigned long nLen) {
     return nGot;
 }
 
+unsigned long CQLFileParser::ReadAt(long long nOffset, std::string& strBuf, unsigned long nLen) {
+    if (m_pFile != nullptr) {
+        SetPos(static_cast<long>(nOffset), POS_SET);
+        return Read(strBuf, nLen);
+    }
+    strBuf.resize(nLen);
+    unsigned long nTotal = 0;
+    while (nTotal < nLen) {
+        const ssize_t nGot =
+            pread64(m_nFD, &strBuf[nTotal], nLen - nTotal, static_cast<off64_t>(nOffset + nTotal));
+        if (nGot < 0) {
+            const int nErr = errno;
+            if (nErr == EINTR) continue;
+            m_strLastError = "In Read(" + m_strFileName + "), " + SysText(nErr);
+            throw *this;
+        }
+        if (nGot == 0) break;
+        nTotal += static_cast<unsigned long>(nGot);
+    }
+    strBuf.resize(nTotal);
+    return nTotal;
+}
+
 bool CQLFileParser::ReadFromBuffer(char& c) {
     if (m_nBufferLen < 1) {
         m_nFilePos = GetPos();
-        const unsigned long nGot = Read(m_strBuffer, kReadAhead);
+        // The buffer keeps its size between fills, so that it is not cleared for each.
+        if (m_strBuffer.size() < static_cast<size_t>(kReadAhead)) m_strBuffer.resize(kReadAhead);
+        const unsigned long nGot = Read(&m_strBuffer[0], kReadAhead);
         m_nBufferLen = static_cast<int>(nGot);
         if (nGot == 0) {
             m_strLastError = "In ReadFromBuffer(" + m_strFileName + "), End Of File";
@@ -356,6 +381,27 @@ bool CQLFileParser::ReadLine(std::string& strLine, bool bStripEOL) {
     if (m_bEnd) return false;
     if (bCaught) throw CQLExceptionParser(strCaught, nCaughtCode);
     return false;
+}
+
+bool CQLFileParser::ReadLineView(const char*& pLine, unsigned long& nLine,
+                                 std::string& strScratch) {
+    if (m_nBufferLen > 0) {
+        const char* p = m_strBuffer.data() + m_nBufferPos;
+        const char* pLF = static_cast<const char*>(memchr(p, '\n', m_nBufferLen));
+        if (pLF != nullptr) {
+            const int nTaken = static_cast<int>(pLF - p) + 1;
+            m_nBufferPos += nTaken;
+            m_nBufferLen -= nTaken;
+            m_nFilePos += nTaken;
+            pLine = p;
+            nLine = static_cast<unsigned long>(nTaken);
+            return true;
+        }
+    }
+    if (!ReadLine(strScratch, false)) return false;
+    pLine = strScratch.data();
+    nLine = strScratch.size();
+    return true;
 }
 
 bool CQLFileParser::IsLF() {

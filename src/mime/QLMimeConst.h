@@ -1,12 +1,19 @@
 #ifndef QLMAIL_MIME_QLMIMECONST_H
 #define QLMAIL_MIME_QLMIMECONST_H
 
-// Content types, subtypes and transfer encodings with the tables of their names.
-// Names match as prefixes, so the order of the tables matters ("rfc822-headers" before "rfc822").
-class CQLMimeConst {
+#include "foundation/QLExport.h"
+
+/// Content types, subtypes and transfer encodings with the tables of their names.
+///
+/// CQLMimeMsg, its parts' records and the format string carry these values; compare
+/// GetCT(), GetSubCT() and GetEncoder() against them. Names match as prefixes, so the order
+/// of the tables matters ("rfc822-headers" before "rfc822").
+class QLMAIL_EXPORT CQLMimeConst {
 public:
-    // A fixed underlying type: stored format strings may carry any number here.
+    /// The content type. A fixed underlying type: stored format strings may carry any number
+    /// here.
     enum CT : int { TEXT = 0, IMAGE, AUDIO, VIDEO, APPLICATION, MULTIPART, MESSAGE, CT_UNKNOWN };
+    /// The subtype; any number may come from a stored format string too.
     enum SUBCT : int {
         PLAIN = 0,
         HTML,
@@ -23,7 +30,7 @@ public:
         SUBCT_UNKNOWN = 13,
         MS_TNEF = 14
     };
-    // Values are the characters the format string carries.
+    /// The transfer encoding. Values are the characters the format string carries.
     enum ENCODER : int {
         ENCODER_7BIT = '7',
         ENCODER_8BIT = '8',
@@ -32,6 +39,8 @@ public:
         ENCODER_BINARY = 'b'
     };
 
+    ///@{
+    /// The names of the MIME header fields, with their lengths.
     static const char* const m_szContentType;
     static const int m_nContentTypeLen;
     static const char* const m_szTransferEncoding;
@@ -42,13 +51,18 @@ public:
     static const int m_nMimeVersionLen;
     static const char* const m_szBoundary;
     static const int m_nBoundaryLen;
+    ///@}
 
-    // Null-terminated; the index of a name is its CT value.
+    ///@{
+    /// Null-terminated; the index of a name is its CT value.
     static const char* const m_szMIMEType[];
     static const int m_nMIMETypeLen[];
-    // Null-terminated; the index of a name is its SUBCT value, except that index 12 is MS_TNEF.
+    ///@}
+    ///@{
+    /// Null-terminated; the index of a name is its SUBCT value, except that index 12 is MS_TNEF.
     static const char* const m_szSubMIMEType[];
     static const int m_nSubMIMETypeLen[];
+    ///@}
 
 private:
     CQLMimeConst();

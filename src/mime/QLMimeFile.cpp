@@ -1,6 +1,7 @@
 #include "mime/QLMimeFile.h"
 
 #include "foundation/QLSystemError.h"
+#include "mime/QLMimeHdr.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -647,4 +648,8 @@ unsigned long CQLMimeFile::SubStr(unsigned long nOffset, unsigned long nLen, int
             return true;
         });
     return nTotal < 0 ? 0 : static_cast<unsigned long>(nTotal);
+}
+
+unsigned long CQLMimeFile::ParseHdr(CQLMimeHdr& hdr, unsigned long nOffset) {
+    return hdr.ParseLines(*this, nOffset);
 }

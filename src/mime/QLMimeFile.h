@@ -1,30 +1,34 @@
 #ifndef QLMAIL_MIME_QLMIMEFILE_H
 #define QLMAIL_MIME_QLMIMEFILE_H
 
+#include "foundation/QLExport.h"
 #include "mime/QLIMimeStr.h"
 
 #include <memory>
 #include <string>
 #include <vector>
 
-// A message in a file, never held in memory as a whole. m_strData holds the path.
-//
-// Searches work on 4096-byte blocks with an overlap, in one reused scratch buffer, and line
-// counts add up per block: the results (line counts and the scratch buffer's leftovers
-// included) are those of reading the file block by block through m_File. The bytes
-// themselves come from a read-ahead window filled by pread, so that a parse costs a few
-// system calls per window rather than a seek and a read per block or header line.
-//
-// What the block reads leave in the scratch buffer matters only to a later search that runs
-// into the end of the file, where the leftovers behind its last block can match. So the
-// writes of FastLineCnt and of the searches that a parse answers from its delimiter index are
-// kept as a list of pending writes, and made when a search is about to read the buffer.
-class CQLMimeFile : public CQLIMimeStr {
+/// A message in a file, never held in memory as a whole. m_strData holds the path.
+///
+/// Searches work on 4096-byte blocks with an overlap, in one reused scratch buffer, and line
+/// counts add up per block: the results (line counts and the scratch buffer's leftovers
+/// included) are those of reading the file block by block through m_File. The bytes
+/// themselves come from a read-ahead window filled by pread, so that a parse costs a few
+/// system calls per window rather than a seek and a read per block or header line.
+///
+/// What the block reads leave in the scratch buffer matters only to a later search that runs
+/// into the end of the file, where the leftovers behind its last block can match. So the
+/// writes of FastLineCnt and of the searches that a parse answers from its delimiter index are
+/// kept as a list of pending writes, and made when a search is about to read the buffer.
+class QLMAIL_EXPORT CQLMimeFile : public CQLIMimeStr {
 public:
+    /// A source without a file; SetData() with a path opens one.
     CQLMimeFile();
-    // An empty source that carries only the error text.
+    ///@{
+    /// An empty source that carries only the error text.
     CQLMimeFile(const CQLMimeFile& other);
     CQLMimeFile& operator=(const CQLMimeFile& other);
+    ///@}
     virtual ~CQLMimeFile();
 
     void Close() override;
@@ -39,16 +43,18 @@ public:
     unsigned long SubStr(unsigned long nOffset, unsigned long nLen, int nFD) override;
     unsigned long FastLineCnt(unsigned long nOffset, unsigned long nLen) override;
     int GetType() override { return 1; }
+    unsigned long ParseHdr(CQLMimeHdr& hdr, unsigned long nOffset) override;
     int BoundaryLineCnt(const std::string& strBoundary, unsigned long nFrom) override;
 
-    // The line at the offset with its line break (CR kept), or to the end of the file when
-    // no LF follows; false when nothing is left. Where the line lies in the read-ahead window
-    // pLine points into it, otherwise into strScratch; either stays valid until the next read.
-    // Throws CQLExceptionParser on a read error.
+    /// The line at the offset with its line break (CR kept), or to the end of the file when
+    /// no LF follows; false when nothing is left. Where the line lies in the read-ahead window
+    /// pLine points into it, otherwise into strScratch; either stays valid until the next read.
+    /// Throws CQLExceptionParser on a read error.
     bool LineAt(unsigned long nOffset, const char*& pLine, unsigned long& nLine,
                 std::string& strScratch);
+    /// The open file, for writing beside the reads.
     CQLFileParser* GetFileObject() { return &m_File; }
-    // Forgets the read-ahead window; needed when the file under m_File changes.
+    /// Forgets the read-ahead window; needed when the file under m_File changes.
     void InvalidateCache();
 
 protected:
@@ -57,8 +63,8 @@ protected:
                         bool bPeek) override;
     void NoteIndexedSearch(const std::string& strFind, unsigned long nFrom,
                            unsigned long nHit) override;
-    // A new file starts with a clean scratch buffer: what the last file left there must not
-    // be searched as part of this one.
+    /// A new file starts with a clean scratch buffer: what the last file left there must not
+    /// be searched as part of this one.
     void BeforeReload() override;
 
 private:

@@ -97,7 +97,7 @@ unsigned long CQLMimeHdr::Parse(CQLIMimeStr* pMimeStr, const unsigned long& nOff
         m_strLastError = "In Parse(), Invalid pMimeStr";
         return static_cast<unsigned long>(-1);
     }
-    return pMimeStr->GetType() == 0 ? ParseMem(pMimeStr, nOffset) : ParseFile(pMimeStr, nOffset);
+    return pMimeStr->ParseHdr(*this, nOffset);
 }
 
 bool CQLMimeHdr::IsEmptyHdr(CQLIMimeStr* pMimeStr, const unsigned long& nOffset) {
@@ -111,7 +111,7 @@ unsigned long CQLMimeHdr::ParseMem(CQLIMimeStr* pMimeStr, const unsigned long& n
         m_strLastError = "In ParseMem(), Invalid pMimeStr";
         throw *this;
     }
-    return ParseBlock(pMimeStr, nOffset);
+    return pMimeStr->ParseHdr(*this, nOffset);
 }
 
 unsigned long CQLMimeHdr::ParseFile(CQLIMimeStr* pMimeStr, const unsigned long& nOffset) {
@@ -119,26 +119,36 @@ unsigned long CQLMimeHdr::ParseFile(CQLIMimeStr* pMimeStr, const unsigned long& 
         m_strLastError = "In ParseFile(), Invalid pMimeStr";
         throw *this;
     }
-    return ParseBlock(pMimeStr, nOffset);
+    return pMimeStr->ParseHdr(*this, nOffset);
 }
 
-unsigned long CQLMimeHdr::ParseBlock(CQLIMimeStr* pMimeStr, unsigned long nOffset) {
+unsigned long CQLMimeHdr::ParseLines(CQLMimeStr& source, unsigned long nOffset) {
+    MemLineReader reader(source.GetData());
+    return ParseBlock(source, reader, nOffset);
+}
+
+unsigned long CQLMimeHdr::ParseLines(CQLMimeFile& source, unsigned long nOffset) {
+    FileLineReader reader(&source);
+    return ParseBlock(source, reader, nOffset);
+}
+
+template <class LineReader>
+unsigned long CQLMimeHdr::ParseBlock(CQLIMimeStr& source, LineReader& reader,
+                                     unsigned long nOffset) {
     m_nHdrStart = nOffset;
-    if (IsEmptyHdr(pMimeStr, nOffset)) {
+    if (IsEmptyHdr(&source, nOffset)) {
         m_nHdrEnd = nOffset;
         return m_nHdrEnd;
     }
-    CQLMimeStr* pMem = dynamic_cast<CQLMimeStr*>(pMimeStr);
-    CQLMimeFile* pFile = pMem ? nullptr : dynamic_cast<CQLMimeFile*>(pMimeStr);
     unsigned long nPos = nOffset, nSize = 0;
     bool bAdded = false;
-    for (;;) {
-        const bool bField = pMem    ? ParseMemLine(pMem, nPos, nSize)
-                            : pFile ? ParseFileLine(pFile, nPos, nSize)
-                                    : false;
-        if (!bField) break;
-        nPos += nSize;
-        bAdded = true;
+    try {
+        while (ParseField(reader, nPos, source.GetLength(), nSize)) {
+            nPos += nSize;
+            bAdded = true;
+        }
+    } catch (CQLExceptionParser& e) {
+        m_strLastError = "In ParseFileLine, exception occured, " + e.GetLastError();
     }
     m_nHdrEnd = bAdded ? nPos : m_nHdrStart;
     return m_nHdrEnd;
@@ -213,28 +223,92 @@ size_t RawLength(const char* p, size_t n) {
     return n;
 }
 
+// Fields of headers that were destroyed, kept per thread for the headers parsed next: a
+// thread that parses message after message then takes list nodes and the room of their texts
+// from here instead of allocating three times per field. Bounded, so that little stays held.
+class SpareFields {
+public:
+    static constexpr size_t MAX_FIELDS = 256;
+    static constexpr size_t MAX_ROOM = 256; // a text with more room gives it back
+
+    // The list of this thread, made on first use; null once the thread is ending.
+    static std::list<CQLMimeHdrItem>* Get(bool bMake) {
+        if (t_bGone) return nullptr;
+        if (t_pList == nullptr && bMake) {
+            static thread_local Owner owner; // frees the list when the thread ends
+            t_pList = new std::list<CQLMimeHdrItem>;
+        }
+        return t_pList;
+    }
+
+    // Takes the fields of a list that is going away, as many as there is room for.
+    static void Keep(std::list<CQLMimeHdrItem>& fields) {
+        std::list<CQLMimeHdrItem>* pSpare = Get(false);
+        if (pSpare == nullptr) return;
+        while (!fields.empty() && pSpare->size() < MAX_FIELDS) {
+            CQLMimeHdrItem& item = fields.front();
+            for (std::string* pText : {&item.m_strName, &item.m_strValue, &item.m_strRaw})
+                if (pText->capacity() > MAX_ROOM) std::string().swap(*pText);
+            static_cast<CQLExceptionParser&>(item) = CQLExceptionParser();
+            pSpare->splice(pSpare->end(), fields, fields.begin());
+        }
+    }
+
+private:
+    struct Owner {
+        ~Owner() {
+            delete t_pList;
+            t_pList = nullptr;
+            t_bGone = true;
+        }
+    };
+    static thread_local std::list<CQLMimeHdrItem>* t_pList;
+    static thread_local bool t_bGone;
+};
+
+thread_local std::list<CQLMimeHdrItem>* SpareFields::t_pList = nullptr;
+thread_local bool SpareFields::t_bGone = false;
+
 } // namespace
 
+CQLMimeHdr::~CQLMimeHdr() {
+    SpareFields::Keep(*this);
+}
+
+CQLMimeHdrItem& CQLMimeHdr::NewField() {
+    std::list<CQLMimeHdrItem>* pSpare = SpareFields::Get(true);
+    if (pSpare == nullptr || pSpare->empty()) return emplace_back();
+    splice(end(), *pSpare, pSpare->begin());
+    return back();
+}
+
 void CQLMimeHdr::AddField(const char* pRaw, size_t nRaw, int nColon) {
-    AddRawField(std::string(pRaw, RawLength(pRaw, nRaw)), nColon);
+    CQLMimeHdrItem& item = NewField();
+    item.m_strRaw.assign(pRaw, RawLength(pRaw, nRaw));
+    SplitField(item, nColon);
 }
 
 void CQLMimeHdr::AddField(std::string&& strRaw, int nColon) {
+    CQLMimeHdrItem& item = NewField();
     strRaw.resize(RawLength(strRaw.data(), strRaw.size()));
-    AddRawField(std::move(strRaw), nColon);
+    item.m_strRaw.swap(strRaw);
+    SplitField(item, nColon);
 }
 
 // The line end is off already: taking it off again would eat a CR of "\r\r\n".
-void CQLMimeHdr::AddRawField(std::string&& strRaw, int nColon) {
+void CQLMimeHdr::SplitField(CQLMimeHdrItem& item, int nColon) {
+    const std::string& strRaw = item.m_strRaw;
     const size_t nCut = nColon < 0 ? 0 : std::min<size_t>(nColon, strRaw.size());
     size_t nFrom = 0, nTo = nCut;
     while (nFrom < nTo && CQLStringParser::m_TableTrim[static_cast<unsigned char>(strRaw[nFrom])])
         ++nFrom;
     while (nTo > nFrom && CQLStringParser::m_TableTrim[static_cast<unsigned char>(strRaw[nTo - 1])])
         --nTo;
-    std::string strName(strRaw, nFrom, nTo - nFrom);
+    std::string& strName = item.m_strName;
+    strName.assign(strRaw, nFrom, nTo - nFrom);
 
-    std::string strValue;
+    std::string& strValue = item.m_strValue;
+    strValue.clear();
     const size_t nValueAt = static_cast<size_t>(nColon) + 1;
     if (nColon >= 0 && nValueAt < strRaw.size()) {
         size_t nStart = nValueAt;
@@ -248,7 +322,6 @@ void CQLMimeHdr::AddRawField(std::string&& strRaw, int nColon) {
         strncasecmp(strName.c_str(), "Content-Disposition", 19) == 0 && strValue.size() > 12 &&
         strncasecmp(strValue.c_str(), "attachment;", 11) == 0)
         m_bAttachment = true;
-    emplace_back(std::move(strName), std::move(strValue), std::move(strRaw));
 }
 
 int CQLMimeHdr::GetCount(const char* pszName, const unsigned int& nLen) const {

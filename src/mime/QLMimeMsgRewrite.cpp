@@ -139,9 +139,17 @@ std::string TempName(const std::string& strPath) {
     return strPath + "." + std::to_string(static_cast<long>(time(nullptr))) + ".tmp";
 }
 
-// A stale temporary file of the same name must not leave its tail behind the new message.
-const int kTempMode =
-    CQLFileParser::FILE_WRITE | CQLFileParser::FILE_TRUNC | CQLFileParser::FILE_BINARY;
+// Opens the temporary file beside a message. It is truncated: a stale one of the same name
+// must not leave its tail behind the new message.
+bool OpenTemp(CQLFileParser& tmp, const std::string& strTmp) {
+    try {
+        tmp.SetFileName(strTmp, false);
+        return tmp.Open(CQLFileParser::FILE_WRITE | CQLFileParser::FILE_TRUNC |
+                        CQLFileParser::FILE_BINARY);
+    } catch (CQLExceptionParser&) {
+        return false;
+    }
+}
 
 // A field value as it is stored: raw, or one encoded word with no folding of its own.
 std::string FieldValue(const std::string& strValue, CQLMimeConst::ENCODER eEncoder,
@@ -338,13 +346,7 @@ bool CQLMimeMsg::UpdateHdr() {
         const std::string strPath = pSource->GetData();
         const std::string strTmp = TempName(strPath);
         CQLFileParser tmp;
-        bool bOpened = false;
-        try {
-            tmp.SetFileName(strTmp, false);
-            bOpened = tmp.Open(kTempMode);
-        } catch (CQLExceptionParser&) {
-        }
-        if (!bOpened) {
+        if (!OpenTemp(tmp, strTmp)) {
             m_strLastError = "In UpdateHdr(), fail to open tmp file, " + tmp.GetLastError();
             return false;
         }
@@ -482,13 +484,7 @@ bool CQLMimeMsg::SetBody(const std::string& strData, bool bFile, CQLMimeConst::E
         const std::string strPath = pSource->GetData();
         const std::string strTmp = TempName(strPath);
         CQLFileParser tmp;
-        bool bOpened = false;
-        try {
-            tmp.SetFileName(strTmp, false);
-            bOpened = tmp.Open(kTempMode);
-        } catch (CQLExceptionParser&) {
-        }
-        if (!bOpened) {
+        if (!OpenTemp(tmp, strTmp)) {
             m_strLastError = kPrefix + ("fail to open a file : " + tmp.GetLastError());
             return false;
         }

@@ -1,6 +1,7 @@
 #include "mime/QLMimeStr.h"
 
 #include "foundation/QLSystemError.h"
+#include "mime/QLMimeHdr.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -127,4 +128,8 @@ const char* CQLMimeStr::BytesAt(unsigned long nOffset, unsigned long nWant, unsi
     nGot =
         nOffset < m_strData.size() ? std::min<unsigned long>(nWant, m_strData.size() - nOffset) : 0;
     return m_strData.data() + std::min<unsigned long>(nOffset, m_strData.size());
+}
+
+unsigned long CQLMimeStr::ParseHdr(CQLMimeHdr& hdr, unsigned long nOffset) {
+    return hdr.ParseLines(*this, nOffset);
 }

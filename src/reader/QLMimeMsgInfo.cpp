@@ -5,6 +5,8 @@
 #include "codec/QLHdrCodec.h"
 #include "foundation/QLStringParser.h"
 #include "mime/QLMimeFile.h"
+#include "mime/QLMimeStr.h"
+#include "mime/QLMimeRecord.h"
 
 #include <algorithm>
 #include <climits>
@@ -39,8 +41,36 @@ void ReadRange(CQLFileParser& file, int nFrom, int nTo, std::string& strOut) {
     const unsigned long nHeld = nSize > 0 ? static_cast<unsigned long>(nSize) : 0;
     unsigned long nLen = 0;
     if (nEnd > nStart && nStart < nHeld) nLen = std::min(nEnd, nHeld) - nStart;
-    file.SetPos(static_cast<long>(nStart), CQLFileParser::POS_SET);
-    file.Read(strOut, nLen);
+    file.ReadAt(static_cast<long long>(nStart), strOut, nLen);
+}
+
+// A header block is read in one piece of this size at least: most fit, and a read of a few
+// KiB costs about what an empty one does. The record's end of the block can make it longer.
+const unsigned long kPieceMin = 4096;
+const unsigned long kPieceMax = 65536;
+
+// Whether the bytes hold a whole blank line ("\n" or "\r\n" at the start or behind an LF),
+// where a header block ends at the latest.
+bool HasBlankLine(const char* p, size_t n) {
+    const char* const pEnd = p + n;
+    for (const char* q = p; q < pEnd;) {
+        if (*q == '\n' || (*q == '\r' && pEnd - q > 1 && q[1] == '\n')) return true;
+        q = static_cast<const char*>(memchr(q, '\n', static_cast<size_t>(pEnd - q)));
+        if (q == nullptr) break;
+        ++q;
+    }
+    return false;
+}
+
+// strtol base 10 of a record field, which the comma behind it ends. Plain digits, as the
+// format string writes them, are read here; anything else goes to strtol.
+long FieldNumber(const char* pszField) {
+    long nValue = 0;
+    const char* p = pszField;
+    // 18 digits cannot overflow a long; a longer run is strtol's to clamp.
+    for (; *p >= '0' && *p <= '9' && p - pszField < 18; ++p) nValue = nValue * 10 + (*p - '0');
+    if (p == pszField || (*p >= '0' && *p <= '9')) return strtol(pszField, nullptr, 10);
+    return nValue;
 }
 
 // NUL bytes of decoded text become blanks, all but a NUL in the very last byte.
@@ -86,6 +116,28 @@ void FillAttach(CQLMimeAttachInfo& Attach, const CQLMimeMsgInfo::CQLMimeMsgInfoI
     Attach.m_strAttachId = Item.m_strDepth;
 }
 
+// Reads the tokens of a record in turn, with the rules of this reader: a number ends at the
+// comma behind it, and the encoding is the token's first byte even when the token is empty.
+struct ItemReader {
+    CQLStrTokenizerParser tokenizer;
+    const char* pTok = nullptr;
+    unsigned long nTok = 0;
+    bool bEnd = false;
+    bool Next() {
+        if (!bEnd) bEnd = (pTok = tokenizer.GetNext(nTok)) == nullptr;
+        return !bEnd;
+    }
+    void Number(int& nValue) {
+        if (Next()) nValue = static_cast<int>(FieldNumber(pTok));
+    }
+    void Text(std::string& strText) {
+        if (Next()) strText.assign(pTok, nTok);
+    }
+    void Byte(int& nValue) {
+        if (Next()) nValue = static_cast<signed char>(*pTok);
+    }
+};
+
 } // namespace
 
 // ---- CQLMimeMsgInfoItem ----
@@ -106,27 +158,8 @@ bool CQLMimeMsgInfo::CQLMimeMsgInfoItem::Set(const char* pszRecord) {
     m_strFilename.clear();
     if (pszRecord == nullptr) return true;
 
-    int* const pNumbers[] = {&m_nHSO, &m_nHEO, &m_nTSO, &m_nTEO, &m_nMSO, &m_nMEO,
-                             &m_nBSO, &m_nBEO, nullptr, &m_CT,   &m_SubCT};
-    std::string* const pTexts[] = {&m_strReserved, &m_strCharSet, &m_strCID, &m_strFilename};
-    CQLStrTokenizerParser tokenizer(pszRecord, kFieldDelim);
-    unsigned long nLen = 0;
-    for (int nField = 0; nField <= 16; ++nField) {
-        const char* pToken = tokenizer.GetNext(nLen);
-        if (pToken == nullptr) break;
-        if (nField == 8) {
-            m_strDepth.assign(pToken, nLen);
-        } else if (nField <= 10) {
-            // The comma behind the token ends the number.
-            *pNumbers[nField] = static_cast<int>(strtol(pToken, nullptr, 10));
-        } else if (nField == 11) {
-            m_Encoder = static_cast<signed char>(*pToken);
-        } else if (nField == 12) {
-            m_nLineCnt = static_cast<int>(strtol(pToken, nullptr, 10));
-        } else {
-            pTexts[nField - 13]->assign(pToken, nLen);
-        }
-    }
+    ItemReader reader{CQLStrTokenizerParser(pszRecord, kFieldDelim)};
+    CQLMimeRecord::Visit(*this, reader);
     return true;
 }
 
@@ -216,11 +249,14 @@ bool CQLMimeMsgInfo::GetHeaderValue(const std::string& strName, std::string& str
             m_strLastError = "No Such Header Block";
             return false;
         }
-        // A file that can't be opened reads as an empty block.
-        CQLMimeFile file;
-        file.SetData(m_strEmlPath, true);
         // The list is not emptied: a block parsed for another level stays in front.
-        m_Hdr.Parse(&file, FilePos(m_Item.m_nHSO));
+        const unsigned long nStart = FilePos(m_Item.m_nHSO);
+        if (!ParseHeaderPiece(nStart, FilePos(m_Item.m_nHEO))) {
+            // A file that can't be opened reads as an empty block.
+            CQLMimeFile file;
+            file.SetData(m_strEmlPath, true);
+            m_Hdr.Parse(&file, nStart);
+        }
         m_bHdrParsed = true;
     }
     const CQLMimeHdrItem* pItem =
@@ -237,6 +273,30 @@ bool CQLMimeMsgInfo::GetHeaderValue(const std::string& strName, std::string& str
         strOut = codec.Decode(strOut, strToCharset, strOrigin, CQLHdrCodec::O_HDRCODEC_NONE);
     }
     if (!bCached) m_strHdrLevel = strLevel;
+    return true;
+}
+
+bool CQLMimeMsgInfo::ParseHeaderPiece(unsigned long nStart, unsigned long nEnd) {
+    const unsigned long nWant =
+        std::clamp(nEnd > nStart ? nEnd - nStart + 512 : 0, kPieceMin, kPieceMax);
+    std::string strPiece;
+    try {
+        CQLFileParser file(m_strEmlPath, false);
+        if (!file.Open(kOpenRead)) return false;
+        file.ReadAt(static_cast<long long>(nStart), strPiece, nWant);
+        file.Close();
+    } catch (CQLExceptionParser&) {
+        return false;
+    }
+    // The parse looks at no line behind the first blank one, and up to it every line is
+    // whole in the piece; a piece that ends with the file is all there is to see anyway.
+    if (strPiece.size() == nWant && !HasBlankLine(strPiece.data(), nWant)) return false;
+    CQLMimeStr piece;
+    piece.SetData(strPiece, false);
+    m_Hdr.Parse(&piece, 0);
+    // Offsets of the file, as a parse of the file source gives them.
+    m_Hdr.m_nHdrStart += nStart;
+    m_Hdr.m_nHdrEnd += nStart;
     return true;
 }
 
@@ -455,23 +515,47 @@ bool CQLMimeMsgInfo::IsImageExtention(const std::string& strName) {
 
 // ---- streaming ----
 
-namespace {
-
-// Nothing but base64 characters, in whole groups: such lines decode alike one by one and
-// joined, so they can be decoded together.
-bool IsWholeGroups(const std::string& strLine) {
-    if (strLine.size() % 4 != 0) return false;
-    for (char c : strLine)
-        if (CQLCodecParser::base64_dec_table[static_cast<unsigned char>(c)] >= 64) return false;
-    return true;
+void CQLMimeMsgInfo::AppendBase64Line(const char* pLine, unsigned long nLine, std::string& strBlock,
+                                      size_t& nOut) {
+    while (nLine > 0 && CQLStringParser::m_TableTrim[static_cast<unsigned char>(pLine[nLine - 1])])
+        --nLine;
+    while (nLine > 0 && CQLStringParser::m_TableTrim[static_cast<unsigned char>(*pLine)])
+        ++pLine, --nLine;
+    if (!m_strCarry.empty()) {
+        m_strWork.assign(m_strCarry).append(pLine, nLine);
+        pLine = m_strWork.data();
+        nLine = m_strWork.size();
+    }
+    // Three characters or fewer go as they are and leave the rest as it was.
+    if (nLine > 3) {
+        const unsigned long nWhole = nLine / 4 * 4;
+        if (nWhole == nLine)
+            m_strCarry.clear();
+        else
+            m_strCarry.assign(pLine + nWhole, nLine - nWhole);
+        nLine = nWhole;
+    }
+    const size_t nNeed = nOut + nLine / 4 * 3 + 3;
+    if (strBlock.size() < nNeed) strBlock.resize(std::max(nNeed, 2 * strBlock.size()));
+    nOut += CQLCodecParser::DecodeB64To(pLine, nLine, &strBlock[nOut]);
 }
 
-} // namespace
-
-void CQLMimeMsgInfo::DecodeGroups(CQLCodecParser& codec, std::string& strBlock) {
-    if (m_strGroups.empty()) return;
-    strBlock += codec.DecodeB64(m_strGroups, true);
-    m_strGroups.clear();
+void CQLMimeMsgInfo::AppendLine(const char* pLine, unsigned long nLine, bool bQP,
+                                std::string& strBlock) {
+    // A bare LF becomes CR LF; the counters keep the bytes as read.
+    const bool bBareLF =
+        nLine > 0 && pLine[nLine - 1] == '\n' && (nLine < 2 || pLine[nLine - 2] != '\r');
+    const unsigned long nText = bBareLF ? nLine - 1 : nLine;
+    // Quoted-printable decoding changes nothing in a line without "=".
+    if (!bQP || memchr(pLine, '=', nLine) == nullptr) {
+        strBlock.append(pLine, nText);
+        if (bBareLF) strBlock += "\r\n";
+        return;
+    }
+    m_strWork.assign(pLine, nText);
+    if (bBareLF) m_strWork += "\r\n";
+    CQLCodecParser codec;
+    strBlock += codec.DecodeQP(m_strWork, true);
 }
 
 bool CQLMimeMsgInfo::OpenAttach(const CQLMimeAttachInfo& Attach) {
@@ -512,62 +596,38 @@ bool CQLMimeMsgInfo::GetAttachContentNext(std::string& strBlock, const bool& bDe
 
     const bool bBase64 = bDecode && m_AttachInfo.m_nEncoding == CQLMimeConst::ENCODER_BASE64;
     const bool bQP = bDecode && m_AttachInfo.m_nEncoding == CQLMimeConst::ENCODER_QP;
-    CQLCodecParser codec;
     long long nBudget = std::min(m_nAttachRemain, kBlockBudget);
-    strBlock.reserve(static_cast<size_t>(nBudget) + 128);
+    // Base64 is decoded into room made once for the whole block, then cut to what it filled.
+    size_t nOut = 0;
+    if (bBase64)
+        strBlock.resize(static_cast<size_t>(nBudget) / 4 * 3 + 128);
+    else
+        strBlock.reserve(static_cast<size_t>(nBudget) + 128);
     // The base64 remainder does not outlive the call: a block starts on a fresh group.
     m_strCarry.clear();
-    m_strGroups.clear();
-    std::string& strLine = m_strLine;
     try {
-        while (m_File.ReadLine(strLine, false)) {
-            const long long nRead = static_cast<long long>(strLine.size());
+        const char* pLine = nullptr;
+        unsigned long nLine = 0;
+        while (m_File.ReadLineView(pLine, nLine, m_strLine)) {
+            const long long nRead = static_cast<long long>(nLine);
             m_nAttachRemain = static_cast<int>(
                 std::max<long long>(static_cast<long long>(m_nAttachRemain) - nRead, INT_MIN));
             nBudget -= nRead;
-
-            if (bBase64) {
-                // Trimmed (which also drops the line end), behind the remainder of the line
-                // before, and cut to whole groups of four.
-                size_t nEnd = strLine.size();
-                while (nEnd > 0 &&
-                       CQLStringParser::m_TableTrim[static_cast<unsigned char>(strLine[nEnd - 1])])
-                    --nEnd;
-                size_t nStart = 0;
-                while (nStart < nEnd &&
-                       CQLStringParser::m_TableTrim[static_cast<unsigned char>(strLine[nStart])])
-                    ++nStart;
-                strLine.resize(nEnd);
-                strLine.erase(0, nStart);
-                if (!m_strCarry.empty()) strLine.insert(0, m_strCarry);
-                if (strLine.size() > 3) {
-                    const size_t nWhole = strLine.size() / 4 * 4;
-                    m_strCarry.assign(strLine, nWhole, std::string::npos);
-                    strLine.resize(nWhole);
-                }
-                if (IsWholeGroups(strLine)) {
-                    m_strGroups += strLine;
-                } else {
-                    DecodeGroups(codec, strBlock);
-                    strBlock += codec.DecodeB64(strLine, true);
-                }
-            } else {
-                // A bare LF becomes CR LF; the counters keep the bytes as read.
-                if (!strLine.empty() && strLine.back() == '\n' &&
-                    (strLine.size() < 2 || strLine[strLine.size() - 2] != '\r'))
-                    strLine.insert(strLine.size() - 1, 1, '\r');
-                if (bQP)
-                    strBlock += codec.DecodeQP(strLine, true);
-                else
-                    strBlock += strLine;
-            }
+            if (bBase64)
+                AppendBase64Line(pLine, nLine, strBlock, nOut);
+            else
+                AppendLine(pLine, nLine, bQP, strBlock);
             if (m_nAttachRemain <= 0 || nBudget <= 0) break;
         }
     } catch (CQLFileParser& e) {
         m_strLastError = "In CQLMimeMsgInfo::GetAttachContentNext, " + e.GetLastError();
         return false;
+    } catch (...) {
+        // A read error passes through with the block holding what was decoded before it.
+        if (bBase64) strBlock.resize(nOut);
+        throw;
     }
-    DecodeGroups(codec, strBlock);
+    if (bBase64) strBlock.resize(nOut);
     if (strBlock.empty()) {
         m_strLastError = "In CQLMimeMsgInfo::GetAttachContentNext, attach is empty";
         return false;

@@ -215,6 +215,55 @@ TEST_P(FileParser, LinesAcrossTheReadAheadBoundary) {
     EXPECT_EQ(nLine, vWant.size());
     // End of file is no failure: no throw, but the text is left behind.
     EXPECT_EQ(f->GetLastError(), "In ReadFromBuffer(" + f->GetFileName() + "), End Of File");
+
+    // Lines seen where they lie in the buffer are the lines ReadLine copies out, with the
+    // same positions and the same end.
+    auto g = Opened(strContent);
+    ASSERT_TRUE(f->SetPos(0, P::POS_SET));
+    const char* pLine = nullptr;
+    unsigned long nView = 0;
+    std::string strScratch;
+    for (nLine = 0; f->ReadLine(strLine, false); ++nLine) {
+        ASSERT_TRUE(g->ReadLineView(pLine, nView, strScratch)) << "line " << nLine;
+        ASSERT_EQ(std::string(pLine, nView), strLine) << "line " << nLine;
+        ASSERT_EQ(g->GetPos(), f->GetPos()) << "line " << nLine;
+    }
+    EXPECT_FALSE(g->ReadLineView(pLine, nView, strScratch));
+    EXPECT_TRUE(g->IsEnd());
+    EXPECT_EQ(g->GetLastError(), "In ReadFromBuffer(" + g->GetFileName() + "), End Of File");
+}
+
+TEST_P(FileParser, PositionedReads) {
+    const std::string strContent = PatternBytes(100) + "\n" + PatternBytes(19899);
+    auto f = Opened(strContent);
+    std::string strLine;
+    ASSERT_TRUE(f->ReadLine(strLine, false)); // the buffer holds what follows
+    const long long nPos = f->GetPos();
+    const std::tuple<long long, unsigned long, std::string> cases[] = {
+        {5, 10, strContent.substr(5, 10)},
+        {9000, 11000, strContent.substr(9000)}, // as far as the file goes
+        {19999, 1, strContent.substr(19999)},
+        {20000, 5, ""},
+        {30000, 5, ""},
+        {0, 0, ""}};
+    for (const auto& [nOffset, nLen, strWant] : cases) {
+        std::string str = "stale";
+        EXPECT_EQ(f->ReadAt(nOffset, str, nLen), strWant.size()) << nOffset;
+        EXPECT_EQ(str, strWant) << nOffset;
+    }
+    // The descriptor form leaves the reader where it was; a stream reads at its own position.
+    if (GetParam() == 0) {
+        EXPECT_EQ(f->GetPos(), nPos);
+        char c = 0;
+        ASSERT_TRUE(f->ReadFromBuffer(c));
+        EXPECT_EQ(c, strContent[nPos]);
+    }
+
+    auto d = std::make_unique<CQLFileParser>(m_tmp.Dir(), false);
+    ASSERT_TRUE(d->Open(kRead | GetParam()));
+    std::string str;
+    EXPECT_EQ(Thrown([&] { d->ReadAt(0, str, 10); }),
+              "file: In Read(" + d->GetFileName() + "), " + Sys(EISDIR));
 }
 
 TEST_P(FileParser, ReadOverwritesWhatTheBufferGaveAndMeetsTheEnd) {

@@ -109,6 +109,12 @@ TEST(MimeFormat, DamagedFormatStrings) {
     EXPECT_EQ(empty.GetLastError(), "In CQLMimeMsg::Open(), Fail to open main offset info");
     EXPECT_FALSE(empty.Open(s.c_str(), 0, nullptr, false, false, false));
     EXPECT_EQ(empty.GetLastError(), "In CQLMimeMsg::Open(), pszOffSet is null");
+    // A message file that can't be opened leaves no entries behind.
+    CTempDir dir;
+    EXPECT_FALSE(empty.Open(dir.Path("missing").c_str(), 0, strFormat.c_str(), true, true, true));
+    EXPECT_EQ(empty.GetLastError().rfind("In CQLMimeMsg::Open(), In SetData(), ", 0), 0u)
+        << empty.GetLastError();
+    EXPECT_TRUE(empty.empty());
 
     // Short records keep what the entry held; an empty encoding reads as the comma.
     CQLMimeMsg node;

@@ -282,6 +282,7 @@ TEST(MsgInfoAttach, StreamEndsAndFailures) {
         ADD_FAILURE() << "a CQLFileParser";
     } catch (CQLExceptionParser& e) {
         EXPECT_NE(e.GetLastError().find("Is a directory"), std::string::npos);
+        EXPECT_EQ(strBlock, "");
     }
     CQLMimeMsgInfo slash(dir.Dir() + "/", "");
     EXPECT_FALSE(slash.OpenAttach(a));

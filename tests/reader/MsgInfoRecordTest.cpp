@@ -15,6 +15,12 @@ TEST(MsgInfoRecord, SetReadsFieldsByCommas) {
         {"1,2,3,4,5,6,7,8,1.2.,4,14,B,9,lv,euc-kr,<c@d>,a.pdf,",
          {1, 2, 3, 4, 5, 6, 7, 8, 4, 14, 'B', 9},
          {"1.2.", "lv", "euc-kr", "<c@d>", "a.pdf"}},
+        // Numbers read as strtol reads them, then cut to 32 bits: blanks and signs, a value
+        // clamped to LONG_MAX, one that wraps, no hexadecimal.
+        {" 7,+8,-9,99999999999999999999,4294967297,123456789012345678,1234567890123456780,"
+         "1234567890123456789,1.,4,14,B,0x10,,,,,",
+         {7, 8, -9, -1, 1, -1506741426, 2112454924, 2112454933, 4, 14, 'B', 0},
+         {"1.", "", "", "", ""}},
         // A short record leaves zeros; an empty encoding reads as the comma behind it.
         {"10,-20,", {10, -20, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}, {"", "", "", "", ""}},
         {"0,0,0,0,0,0,0,0,,0,0,,0,,,,,",
