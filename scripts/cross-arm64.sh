@@ -1,7 +1,7 @@
 #!/bin/sh
-# Builds the library, the tool and the foundation, codec and mime tests for arm64 with Debian's
-# cross compiler in build-arm64, and runs those tests under qemu-user: the library must build
-# and pass without the x86 vector scanners. Installs with apt-get what is missing: the arm64
+# Builds the library, the tool and the foundation, codec, mime and internal tests for arm64
+# with Debian's cross compiler in build-arm64, and runs those tests under qemu-user: the
+# library must build and pass without the x86 vector scanners. Installs with apt-get what is missing: the arm64
 # architecture in dpkg, the cross compiler, the arm64 libchardet (to link) and GoogleTest, and
 # qemu-user-static. The Java binding and the benchmarks are left out (no arm64 JVM or Google
 # Benchmark is installed).
@@ -32,11 +32,11 @@ cmake -S . -B build-arm64 -DCMAKE_BUILD_TYPE=RelWithDebInfo \
     -DCMAKE_C_COMPILER=aarch64-linux-gnu-gcc -DCMAKE_CXX_COMPILER=aarch64-linux-gnu-g++ \
     -DCMAKE_CROSSCOMPILING_EMULATOR=qemu-aarch64-static \
     -DQLMAIL_BUILD_JAVA=OFF -DQLMAIL_BUILD_BENCH=OFF >/dev/null
-cmake --build build-arm64 -j 2 --target qlmail qlmail-tool test_foundation test_codec test_mime
+cmake --build build-arm64 -j 2 --target qlmail qlmail-tool test_foundation test_codec test_mime test_internal
 aarch64-linux-gnu-readelf -h build-arm64/libqlmail.so | grep Machine
 
 status=0
-for t in test_foundation test_codec test_mime; do
+for t in test_foundation test_codec test_mime test_internal; do
     echo "== $t under qemu-aarch64 =="
     qemu-aarch64-static "build-arm64/tests/$t" --gtest_brief=1 || status=1
 done
