@@ -77,8 +77,8 @@ protected:
 private:
     static constexpr unsigned long CONV_CHUNK = 1024;
 
-    std::string StrError(const char* pszPrefix);
-    std::string CopyUtf8(const char* pszText, unsigned long nLen);
+    QLMAIL_LOCAL std::string StrError(const char* pszPrefix);
+    QLMAIL_LOCAL std::string CopyUtf8(const char* pszText, unsigned long nLen);
 
     CQLIconv* m_pConv;
     char m_szBuffer[CONV_CHUNK];

@@ -71,8 +71,9 @@ public:
     std::string TrimDQ(const std::string& strText);
 
 private:
-    std::string DecodeText(const std::string& strText, const std::string& strToCharset,
-                           const std::string& strDefaultCharset, int nOptions, bool bConvert);
+    QLMAIL_LOCAL std::string DecodeText(const std::string& strText, const std::string& strToCharset,
+                                        const std::string& strDefaultCharset, int nOptions,
+                                        bool bConvert);
 
     bool m_bBadCharset;
     bool m_bHasCharset;

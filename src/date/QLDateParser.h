@@ -172,17 +172,19 @@ protected:
     ///@}
 
 private:
-    void SetLocalZone();
-    std::string GetWeekDayName(bool bEnglish) const;
-    std::string GetLongWeekDayName(bool bEnglish) const;
-    std::string GetMonthName(bool bEnglish) const;
-    std::string GetLongMonthName(bool bEnglish) const;
-    std::string GetAmPm(bool bUpper, bool bEnglish) const;
-    void ReadNumber(const std::string& strValue, unsigned long& nPos, int nMaxDigits, int& nOut);
-    int ReadName(const std::string& strValue, unsigned long& nPos, bool bMonth, bool bLong);
-    void ReadMark(const std::string& strValue, unsigned long& nPos);
-    void ReadZone(const std::string& strValue, unsigned long& nPos);
-    void FailFormat(const std::string& strValue);
+    QLMAIL_LOCAL void SetLocalZone();
+    QLMAIL_LOCAL std::string GetWeekDayName(bool bEnglish) const;
+    QLMAIL_LOCAL std::string GetLongWeekDayName(bool bEnglish) const;
+    QLMAIL_LOCAL std::string GetMonthName(bool bEnglish) const;
+    QLMAIL_LOCAL std::string GetLongMonthName(bool bEnglish) const;
+    QLMAIL_LOCAL std::string GetAmPm(bool bUpper, bool bEnglish) const;
+    QLMAIL_LOCAL void ReadNumber(const std::string& strValue, unsigned long& nPos, int nMaxDigits,
+                                 int& nOut);
+    QLMAIL_LOCAL int ReadName(const std::string& strValue, unsigned long& nPos, bool bMonth,
+                              bool bLong);
+    QLMAIL_LOCAL void ReadMark(const std::string& strValue, unsigned long& nPos);
+    QLMAIL_LOCAL void ReadZone(const std::string& strValue, unsigned long& nPos);
+    QLMAIL_LOCAL void FailFormat(const std::string& strValue);
 };
 
 #endif

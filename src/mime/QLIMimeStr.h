@@ -183,16 +183,16 @@ private:
         bool bUsed = false;
     };
 
-    uint32_t Key(const char* p, size_t n) const;
+    QLMAIL_LOCAL uint32_t Key(const char* p, size_t n) const;
     // The first line of the key at or after nFrom.
-    std::vector<Line>::const_iterator LowerBound(uint32_t nKey, unsigned long nFrom);
-    void Sort(std::vector<Line>& vLines);
+    QLMAIL_LOCAL std::vector<Line>::const_iterator LowerBound(uint32_t nKey, unsigned long nFrom);
+    QLMAIL_LOCAL void Sort(std::vector<Line>& vLines);
     // The delimiter of strFind at nAt as FindBoundary's test takes it, or -1 when strFind
     // does not match there (bMatch false) or the match is no delimiter.
-    static unsigned long Test(CQLIMimeStr& source, const std::string& strFind, unsigned long nAt,
-                              bool& bMatch);
-    unsigned long FindOverlapping(CQLIMimeStr& source, const std::string& strFind,
-                                  unsigned long nFrom, unsigned long& nHit);
+    QLMAIL_LOCAL static unsigned long Test(CQLIMimeStr& source, const std::string& strFind,
+                                           unsigned long nAt, bool& bMatch);
+    QLMAIL_LOCAL unsigned long FindOverlapping(CQLIMimeStr& source, const std::string& strFind,
+                                               unsigned long nFrom, unsigned long& nHit);
 
     std::vector<Line> m_vLines;
     std::vector<uint32_t> m_vLF; // newlines before each LF_BLOCK

@@ -65,7 +65,7 @@ public:
     ///@}
 
 private:
-    CQLMimeConst();
+    QLMAIL_LOCAL CQLMimeConst();
 };
 
 #endif

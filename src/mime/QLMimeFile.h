@@ -96,41 +96,42 @@ private:
     static_assert(BLOCK <= WINDOW, "a block must fit in the window");
 
     // Up to nLen bytes at nOffset, fewer at the end of the file. Throws on a read error.
-    unsigned long ReadAt(unsigned long nOffset, unsigned long nLen, char* pDest);
+    QLMAIL_LOCAL unsigned long ReadAt(unsigned long nOffset, unsigned long nLen, char* pDest);
     // Makes the window hold nOffset; false at the end of the file.
-    bool Fill(unsigned long nOffset);
+    QLMAIL_LOCAL bool Fill(unsigned long nOffset);
     // The window's bytes from nOffset on, or null at the end of the file.
-    const char* WindowAt(unsigned long nOffset, unsigned long& nAvail);
+    QLMAIL_LOCAL const char* WindowAt(unsigned long nOffset, unsigned long& nAvail);
     // nWant bytes at nOffset (fewer at the end of the file), from the window where they lie.
     // nWant is at most a block, far less than a window.
-    const char* BlockAt(unsigned long nOffset, unsigned long nWant, unsigned long& nGot);
-    void PrepareReadBuf();
+    QLMAIL_LOCAL const char* BlockAt(unsigned long nOffset, unsigned long nWant,
+                                     unsigned long& nGot);
+    QLMAIL_LOCAL void PrepareReadBuf();
     // nLen bytes at nOffset, fewer at the end, without moving the window. Throws on an error.
-    unsigned long PeekAt(unsigned long nOffset, unsigned long nLen, char* pDest);
+    QLMAIL_LOCAL unsigned long PeekAt(unsigned long nOffset, unsigned long nLen, char* pDest);
     // Adds the writes of one Find call for a pattern of nFind bytes that began at nStart and
     // found nFound, or ran to the end of the file for NOT_FOUND.
-    void AddCall(Pending& op, unsigned long nStart, unsigned long nFind,
-                 unsigned long nFound) const;
+    QLMAIL_LOCAL void AddCall(Pending& op, unsigned long nStart, unsigned long nFind,
+                              unsigned long nFound) const;
     // The writes of a delimiter search from nFrom whose delimiter matched at nHit. Unless
     // bExhaustive, the matches before it are looked for only close to the end of the file.
-    Pending SearchLayers(const std::string& strFind, unsigned long nFrom, unsigned long nHit,
-                         bool bExhaustive);
-    void Queue(const Pending& op);
+    QLMAIL_LOCAL Pending SearchLayers(const std::string& strFind, unsigned long nFrom,
+                                      unsigned long nHit, bool bExhaustive);
+    QLMAIL_LOCAL void Queue(const Pending& op);
     // Drops writes hidden by a later one that covers the buffer, keeping what the pinned
     // search may need.
-    void Prune();
+    QLMAIL_LOCAL void Prune();
     // Makes the first nCount pending writes.
-    void Settle(size_t nCount);
+    QLMAIL_LOCAL void Settle(size_t nCount);
     void SettleAll() { Settle(m_vPending.size()); }
-    void Apply(const Pending& op);
+    QLMAIL_LOCAL void Apply(const Pending& op);
     // Reads the range block by block through pBlock and hands each block to put, which
     // answers false on a failure of its sink; the bytes read, or -1 with the text set.
     template <class Put>
-    long long CopyBlocks(unsigned long nOffset, unsigned long nLen, char* pBlock,
-                         unsigned long nBlock, Put put);
+    QLMAIL_LOCAL long long CopyBlocks(unsigned long nOffset, unsigned long nLen, char* pBlock,
+                                      unsigned long nBlock, Put put);
     // The range into strOut, as far as the file goes; false with the text set on a read error.
-    bool ReadString(unsigned long nOffset, unsigned long nLen, std::string& strOut);
-    unsigned long ClampToLength(unsigned long nOffset, unsigned long nLen) const;
+    QLMAIL_LOCAL bool ReadString(unsigned long nOffset, unsigned long nLen, std::string& strOut);
+    QLMAIL_LOCAL unsigned long ClampToLength(unsigned long nOffset, unsigned long nLen) const;
 
     std::string m_strReadBuf;
     std::vector<Pending> m_vPending;

@@ -89,19 +89,20 @@ public:
 
 private:
     // Append the field whose lines these are, line end included.
-    void AddField(const char* pRaw, size_t nRaw, int nColon);
-    void AddField(std::string&& strRaw, int nColon);
+    QLMAIL_LOCAL void AddField(const char* pRaw, size_t nRaw, int nColon);
+    QLMAIL_LOCAL void AddField(std::string&& strRaw, int nColon);
     // An empty field at the end, with room left by fields parsed before where there is some.
-    CQLMimeHdrItem& NewField();
+    QLMAIL_LOCAL CQLMimeHdrItem& NewField();
     // Cuts the name and the value from the field's raw text and notes an attachment
     // disposition.
-    void SplitField(CQLMimeHdrItem& item, int nColon);
+    QLMAIL_LOCAL void SplitField(CQLMimeHdrItem& item, int nColon);
     template <class LineReader>
-    unsigned long ParseBlock(CQLIMimeStr& source, LineReader& reader, unsigned long nOffset);
+    QLMAIL_LOCAL unsigned long ParseBlock(CQLIMimeStr& source, LineReader& reader,
+                                          unsigned long nOffset);
     // Reads one field with the given way of getting a line at an offset.
     template <class LineReader>
-    bool ParseField(LineReader& reader, unsigned long nOffset, unsigned long nSourceLen,
-                    unsigned long& nSize);
+    QLMAIL_LOCAL bool ParseField(LineReader& reader, unsigned long nOffset,
+                                 unsigned long nSourceLen, unsigned long& nSize);
 };
 
 #endif

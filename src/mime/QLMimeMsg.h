@@ -371,62 +371,62 @@ private:
         const CQLMimeHdrItem* pCID = nullptr;
         const CQLMimeHdrItem* pSubject = nullptr;
     };
-    static PartFields FindPartFields(const CQLMimeHdr& hdr);
-    PartFields FindPartFields() const;
-    std::string CharSetOf(const PartFields& fields);
-    std::string FilenameOf(const PartFields& fields, bool& bAttachment);
-    void AppendOffSetStr(std::string& strOut) const;
+    QLMAIL_LOCAL static PartFields FindPartFields(const CQLMimeHdr& hdr);
+    QLMAIL_LOCAL PartFields FindPartFields() const;
+    QLMAIL_LOCAL std::string CharSetOf(const PartFields& fields);
+    QLMAIL_LOCAL std::string FilenameOf(const PartFields& fields, bool& bAttachment);
+    QLMAIL_LOCAL void AppendOffSetStr(std::string& strOut) const;
     // The most characters AppendOffSetStr can write.
-    size_t OffSetStrBound() const;
-    void CopyFrom(const CQLMimeMsg& other);
+    QLMAIL_LOCAL size_t OffSetStrBound() const;
+    QLMAIL_LOCAL void CopyFrom(const CQLMimeMsg& other);
     // Steps of Parse for one entity; the walk over the children is done by Parse itself,
     // without recursion, so that nesting depth costs no stack. ParseHead reads the entity up to
     // its first delimiter; true when that finished it, with the value to return.
-    bool ParseHead(ParseFrame& frame, CQLFixedObjPoolParser<CQLMimeMsg>& Pool, int& nParseCnt,
-                   bool bHdrOnly, unsigned long& nResult);
+    QLMAIL_LOCAL bool ParseHead(ParseFrame& frame, CQLFixedObjPoolParser<CQLMimeMsg>& Pool,
+                                int& nParseCnt, bool bHdrOnly, unsigned long& nResult);
     // The end of the header block at nOffset; throws when there is no source.
-    unsigned long ReadHeader(unsigned long nOffset);
+    QLMAIL_LOCAL unsigned long ReadHeader(unsigned long nOffset);
     // Type, encoding and names from the header fields.
-    void Identify(const PartFields& fields, bool bTop);
+    QLMAIL_LOCAL void Identify(const PartFields& fields, bool bTop);
     // Fills the record of the top of the message from the header just read.
-    void StartTopRecord();
+    QLMAIL_LOCAL void StartTopRecord();
     // "\n--" and the boundary parameter, or empty without one.
-    static std::string BoundaryOf(const PartFields& fields);
+    QLMAIL_LOCAL static std::string BoundaryOf(const PartFields& fields);
     // The body of a leaf; the value to return.
-    unsigned long LeafBody(unsigned long nHdr, unsigned long nEnd);
+    QLMAIL_LOCAL unsigned long LeafBody(unsigned long nHdr, unsigned long nEnd);
     // The search for a multipart's first delimiter; true when the multipart ends with it.
-    bool FirstDelimiter(ParseFrame& frame, std::string&& strBoundary, unsigned long nHdr,
-                        unsigned long& nResult);
+    QLMAIL_LOCAL bool FirstDelimiter(ParseFrame& frame, std::string&& strBoundary,
+                                     unsigned long nHdr, unsigned long& nResult);
     // The search for the delimiter that ends the next part.
-    void NextDelimiter(ParseFrame& frame);
-    CQLMimeMsg* NewChild(ParseFrame& frame, CQLFixedObjPoolParser<CQLMimeMsg>& Pool);
-    bool AfterChild(ParseFrame& frame, CQLMimeMsg* pChild, unsigned long nChildResult,
-                    unsigned long& nResult);
+    QLMAIL_LOCAL void NextDelimiter(ParseFrame& frame);
+    QLMAIL_LOCAL CQLMimeMsg* NewChild(ParseFrame& frame, CQLFixedObjPoolParser<CQLMimeMsg>& Pool);
+    QLMAIL_LOCAL bool AfterChild(ParseFrame& frame, CQLMimeMsg* pChild, unsigned long nChildResult,
+                                 unsigned long& nResult);
     // Whether the delimiter closed the multipart; true with the value to return when it ends.
-    bool AfterDelimiter(ParseFrame& frame, unsigned long& nResult);
-    unsigned long FinishTop(ParseFrame& frame, unsigned long nResult);
-    void NameEmbeddedMessage(unsigned long nHdr, unsigned long nEnd);
-    CQLIMimeStr* Source() const;
+    QLMAIL_LOCAL bool AfterDelimiter(ParseFrame& frame, unsigned long& nResult);
+    QLMAIL_LOCAL unsigned long FinishTop(ParseFrame& frame, unsigned long nResult);
+    QLMAIL_LOCAL void NameEmbeddedMessage(unsigned long nHdr, unsigned long nEnd);
+    QLMAIL_LOCAL CQLIMimeStr* Source() const;
     // The whole message to a descriptor, a file or a stream.
-    template <class Sink> bool SaveTo(Sink& sink);
+    template <class Sink> QLMAIL_LOCAL bool SaveTo(Sink& sink);
 
     // The main message, or null for a node that belongs to none.
-    CQLMimeMsg* MainMsg() const;
+    QLMAIL_LOCAL CQLMimeMsg* MainMsg() const;
     // Copies each entry of the main message's list in turn into a local node, through the
     // main message's cursor, until fn answers false.
-    void WalkParts(const std::function<bool(CQLMimeMsg&)>& fn);
+    QLMAIL_LOCAL void WalkParts(const std::function<bool(CQLMimeMsg&)>& fn);
     // Whether a part carries a file name in its disposition or its type field. The type field
     // is looked up with the given name length, which some callers get wrong on purpose.
-    bool IsNamedPart(unsigned int nTypeFieldLen) const;
+    QLMAIL_LOCAL bool IsNamedPart(unsigned int nTypeFieldLen) const;
     // The attachment selection rule; strName receives the name the part is listed under.
-    bool SelectAttach(CQLMimeMsg& part, std::string& strName);
+    QLMAIL_LOCAL bool SelectAttach(CQLMimeMsg& part, std::string& strName);
     // The decoded size of a part's body, read in pieces.
-    static long long DecodedSize(const CQLMimeMsg& part);
+    QLMAIL_LOCAL static long long DecodedSize(const CQLMimeMsg& part);
     // The first html part that carries no file name, for the tags.
-    bool FindTagPart(CQLMimeMsg& part);
+    QLMAIL_LOCAL bool FindTagPart(CQLMimeMsg& part);
     enum PatchTable { PATCH_HDR, PATCH_BODY };
     // Moves the offsets of the main message's list after the node at nIndex changed length.
-    void PatchOffsets(PatchTable eTable, int nIndex, int32_t nDelta);
+    QLMAIL_LOCAL void PatchOffsets(PatchTable eTable, int nIndex, int32_t nDelta);
 };
 
 #endif

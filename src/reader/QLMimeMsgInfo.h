@@ -171,22 +171,23 @@ public:
 
 private:
     // The next record at the cursor into Item; false when none is left.
-    bool NextRecord(CQLMimeMsgInfoItem& Item);
+    QLMAIL_LOCAL bool NextRecord(CQLMimeMsgInfoItem& Item);
     // From the start, the first record of the level into Item.
-    bool FindLevel(CQLMimeMsgInfoItem& Item, const std::string& strLevel);
+    QLMAIL_LOCAL bool FindLevel(CQLMimeMsgInfoItem& Item, const std::string& strLevel);
 
     // Parses the header block at nStart into m_Hdr from one read of the file, as a parse of
     // the file itself would; nEnd, the block's end by the record, sizes the read. False,
     // with nothing parsed, when the file can't be read or the block may run past the read.
-    bool ParseHeaderPiece(unsigned long nStart, unsigned long nEnd);
+    QLMAIL_LOCAL bool ParseHeaderPiece(unsigned long nStart, unsigned long nEnd);
 
     // One line of the stream, as read with its line end, added to the block. A base64 line
     // is trimmed, put behind the rest of the line before and cut to whole groups (the new
     // rest kept in m_strCarry), then decoded to the block at nOut, which grows as needed.
     // Any other line is appended with a bare LF made CR LF, and decoded when bQP.
-    void AppendBase64Line(const char* pLine, unsigned long nLine, std::string& strBlock,
-                          size_t& nOut);
-    void AppendLine(const char* pLine, unsigned long nLine, bool bQP, std::string& strBlock);
+    QLMAIL_LOCAL void AppendBase64Line(const char* pLine, unsigned long nLine,
+                                       std::string& strBlock, size_t& nOut);
+    QLMAIL_LOCAL void AppendLine(const char* pLine, unsigned long nLine, bool bQP,
+                                 std::string& strBlock);
 
     // Reused by the record scans and the streaming loop, so that they do not allocate per
     // record or per line.
