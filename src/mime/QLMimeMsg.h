@@ -192,9 +192,9 @@ public:
     /// attachment.
     std::string GetFilename(bool& bAttachment);
     /// The name with each of / \\ : " * < > | ? and the comma replaced by "_".
-    std::string FixFilename(const std::string& strName);
+    static std::string FixFilename(const std::string& strName);
     /// Whether the name ends in .jpg, .gif, .png or .bmp, case ignored.
-    bool IsImageExtention(const std::string& strName);
+    static bool IsImageExtention(const std::string& strName);
     ///@}
 
     /** @name Message dates
@@ -424,6 +424,10 @@ private:
     QLMAIL_LOCAL static long long DecodedSize(const CQLMimeMsg& part);
     // The first html part that carries no file name, for the tags.
     QLMAIL_LOCAL bool FindTagPart(CQLMimeMsg& part);
+    // The frame of both tags: the part chosen, its body decoded, edited by edit (which sets
+    // the last error when it refuses) and set back; nStatus as the tags report it.
+    QLMAIL_LOCAL bool EditTagPart(const char* pszOp, int& nStatus,
+                                  const std::function<bool(std::string&)>& edit);
     enum PatchTable { PATCH_HDR, PATCH_BODY };
     // Moves the offsets of the main message's list after the node at nIndex changed length.
     QLMAIL_LOCAL void PatchOffsets(PatchTable eTable, int nIndex, int32_t nDelta);

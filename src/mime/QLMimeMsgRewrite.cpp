@@ -558,78 +558,74 @@ bool CQLMimeMsg::FindTagPart(CQLMimeMsg& part) {
     return bFound;
 }
 
-bool CQLMimeMsg::AddEDMTag(const std::string& strBaseURL, int nPort, const std::string& strPath,
-                           const std::string& strData, int& nStatus) {
-    const std::string strMacro = "##EDM_REJECT_URL##";
+bool CQLMimeMsg::EditTagPart(const char* pszOp, int& nStatus,
+                             const std::function<bool(std::string&)>& edit) {
+    const std::string strPrefix = std::string("In ") + pszOp + "(), ";
     nStatus = 0;
     CQLMimeMsg part;
     if (!FindTagPart(part)) {
+        // A message without an html part is no failure.
         nStatus = 1;
-        m_strLastError = "In AddEDMTag(), fail to find text/html type.";
+        m_strLastError = strPrefix + "fail to find text/html type.";
         return true;
     }
     nStatus = 2;
     std::string strBody;
     if (!part.GetBody(strBody, true)) {
-        m_strLastError = "In AddEDMTag(), " + part.GetLastError();
+        m_strLastError = strPrefix + part.GetLastError();
         return false;
     }
-    if (strBody.empty()) {
-        m_strLastError = "In AddEDMTag(), body is empty";
-        return false;
-    }
-    if (strBody.find(strMacro) == std::string::npos) {
-        m_strLastError = "In AddEDMTag(), '##EDM_REJECT_URL##' macro is not exist";
-        return false;
-    }
-    const std::string strURL =
-        UrlBase(strBaseURL, nPort, strPath) + "/rejectedm.ql?data=" + UrlValue(strData);
-    CQLStringParser str;
-    strBody = str.ReplaceAll(strBody, strMacro, strURL);
+    if (!edit(strBody)) return false;
     if (!part.SetBody(strBody, false, part.m_Encoder)) {
-        m_strLastError = "In AddEDMTag(), " + part.GetLastError();
+        m_strLastError = strPrefix + part.GetLastError();
         return false;
     }
     return true;
+}
+
+bool CQLMimeMsg::AddEDMTag(const std::string& strBaseURL, int nPort, const std::string& strPath,
+                           const std::string& strData, int& nStatus) {
+    return EditTagPart("AddEDMTag", nStatus, [&](std::string& strBody) {
+        const std::string strMacro = "##EDM_REJECT_URL##";
+        if (strBody.empty()) {
+            m_strLastError = "In AddEDMTag(), body is empty";
+            return false;
+        }
+        if (strBody.find(strMacro) == std::string::npos) {
+            m_strLastError = "In AddEDMTag(), '##EDM_REJECT_URL##' macro is not exist";
+            return false;
+        }
+        const std::string strURL =
+            UrlBase(strBaseURL, nPort, strPath) + "/rejectedm.ql?data=" + UrlValue(strData);
+        CQLStringParser str;
+        strBody = str.ReplaceAll(strBody, strMacro, strURL);
+        return true;
+    });
 }
 
 bool CQLMimeMsg::AddConfirmTag(const std::string& strBaseURL, int nPort, const std::string& strPath,
                                const std::string& strMsgID, const std::string& strSender,
                                const std::string& strReceiver, const std::string& strSubject,
                                int& nStatus) {
-    nStatus = 0;
-    CQLMimeMsg part;
-    if (!FindTagPart(part)) {
-        nStatus = 1;
-        m_strLastError = "In AddConfirmTag(), fail to find text/html type.";
+    return EditTagPart("AddConfirmTag", nStatus, [&](std::string& strBody) {
+        const std::string strTag =
+            "<table style='display:none'><tr><td> <img src='" +
+            UrlBase(strBaseURL, nPort, strPath) + "/historySent.ql?act=confirm" +
+            "&sender=" + UrlValue(strSender) + "&receiver=" + UrlValue(strReceiver) +
+            "&subject=" + UrlValue(strSubject) + "&msgid=" + UrlValue(strMsgID) +
+            "' width='0' height='0'> </td></tr></table>";
+        if (strBody.empty()) {
+            strBody = strTag;
+        } else {
+            const size_t nAt = FindBodyEnd(strBody);
+            const std::string strLine = "\r\n" + strTag + "\r\n";
+            if (nAt == std::string::npos)
+                strBody += strLine;
+            else
+                strBody.insert(nAt, strLine);
+        }
         return true;
-    }
-    nStatus = 2;
-    std::string strBody;
-    if (!part.GetBody(strBody, true)) {
-        m_strLastError = "In AddConfirmTag(), " + part.GetLastError();
-        return false;
-    }
-    const std::string strTag =
-        "<table style='display:none'><tr><td> <img src='" + UrlBase(strBaseURL, nPort, strPath) +
-        "/historySent.ql?act=confirm" + "&sender=" + UrlValue(strSender) +
-        "&receiver=" + UrlValue(strReceiver) + "&subject=" + UrlValue(strSubject) +
-        "&msgid=" + UrlValue(strMsgID) + "' width='0' height='0'> </td></tr></table>";
-    if (strBody.empty()) {
-        strBody = strTag;
-    } else {
-        const size_t nAt = FindBodyEnd(strBody);
-        const std::string strLine = "\r\n" + strTag + "\r\n";
-        if (nAt == std::string::npos)
-            strBody += strLine;
-        else
-            strBody.insert(nAt, strLine);
-    }
-    if (!part.SetBody(strBody, false, part.m_Encoder)) {
-        m_strLastError = "In AddConfirmTag(), " + part.GetLastError();
-        return false;
-    }
-    return true;
+    });
 }
 
 bool CQLMimeMsg::CanInsertConfirmTag() const {
