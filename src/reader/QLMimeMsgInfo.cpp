@@ -5,6 +5,7 @@
 #include "codec/QLHdrCodec.h"
 #include "foundation/QLStringParser.h"
 #include "mime/QLMimeFile.h"
+#include "mime/QLMimeMsg.h"
 #include "mime/QLMimeStr.h"
 #include "mime/QLMimeRecord.h"
 
@@ -481,36 +482,13 @@ bool CQLMimeMsgInfo::IsTNEF() {
     return false;
 }
 
+// The same rules as the tree's, so a name reads alike on both sides.
 std::string CQLMimeMsgInfo::FixFilename(const std::string& strName) {
-    std::string strOut = strName;
-    for (char& c : strOut) {
-        switch (c) {
-        case '/':
-        case '\\':
-        case ':':
-        case '"':
-        case '*':
-        case '<':
-        case '>':
-        case '|':
-        case '?':
-        case ',':
-            c = '_';
-            break;
-        default:
-            break;
-        }
-    }
-    return strOut;
+    return CQLMimeMsg::FixFilename(strName);
 }
 
 bool CQLMimeMsgInfo::IsImageExtention(const std::string& strName) {
-    const std::string::size_type nDot = strName.rfind('.');
-    if (nDot == std::string::npos || strName.size() - nDot - 1 != 3) return false;
-    const char* pszExt = strName.c_str() + nDot + 1;
-    for (const char* pszImage : {"jpg", "gif", "png", "bmp"})
-        if (strncasecmp(pszExt, pszImage, 3) == 0) return true;
-    return false;
+    return CQLMimeMsg::IsImageExtention(strName);
 }
 
 // ---- streaming ----
