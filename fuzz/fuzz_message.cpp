@@ -115,7 +115,10 @@ bool SameParts(const CQLMimeMsg& a, const CQLMimeMsg& b) {
 // A source whose parses index every message.
 template <class Source> class Indexed : public Source {
 public:
-    Indexed() { this->m_nIndexFrom = 0; }
+    Indexed() {
+        this->m_nIndexFrom = 0;
+        this->m_nIndexAfter = 0;
+    }
 };
 
 // Parses through the index and checks the parts against those of an Open of the same source

@@ -8,14 +8,15 @@
 #include <cstring>
 
 CQLIMimeStr::CQLIMimeStr()
-    : m_nLength(0), m_pszData(nullptr), m_nIndexFrom(DelimiterIndex::MIN_LENGTH), m_bParsing(false),
-      m_bIndexTried(false) {}
+    : m_nLength(0), m_pszData(nullptr), m_nIndexFrom(DelimiterIndex::MIN_LENGTH),
+      m_nIndexAfter(DelimiterIndex::PASSES), m_bParsing(false), m_bIndexTried(false),
+      m_nSearched(0) {}
 
 // The index belongs to a parse of this object, not to its copies.
 CQLIMimeStr::CQLIMimeStr(const CQLIMimeStr& other)
     : CQLExceptionParser(other), m_File(other.m_File), m_strData(other.m_strData),
       m_nLength(other.m_nLength), m_pszData(other.m_pszData), m_nIndexFrom(other.m_nIndexFrom),
-      m_bParsing(false), m_bIndexTried(false) {}
+      m_nIndexAfter(other.m_nIndexAfter), m_bParsing(false), m_bIndexTried(false), m_nSearched(0) {}
 
 CQLIMimeStr& CQLIMimeStr::operator=(const CQLIMimeStr& other) {
     if (this == &other) return *this;
@@ -143,6 +144,7 @@ void CQLIMimeStr::BeginParse() {
     m_pIndex.reset();
     m_bIndexTried = false;
     m_bParsing = true;
+    m_nSearched = 0;
 }
 
 void CQLIMimeStr::EndParse() {
@@ -153,7 +155,8 @@ void CQLIMimeStr::EndParse() {
 
 CQLIMimeStr::DelimiterIndex* CQLIMimeStr::IndexFor(const std::string& strFind) {
     if (!m_bParsing) return nullptr;
-    if (!m_pIndex && !m_bIndexTried) {
+    if (!m_pIndex && !m_bIndexTried &&
+        m_nSearched >= static_cast<unsigned long long>(m_nLength) * m_nIndexAfter) {
         m_bIndexTried = true;
         if (m_nLength >= m_nIndexFrom) {
             std::unique_ptr<DelimiterIndex> pIndex(new DelimiterIndex);
@@ -185,7 +188,10 @@ unsigned long CQLIMimeStr::NextBoundary(const std::string& strBoundary, unsigned
     }
     nLine = 0;
     int bCRLF = 0;
-    return FindBoundary(strBoundary, nFrom, &nLine, &bCRLF);
+    const unsigned long nResult = FindBoundary(strBoundary, nFrom, &nLine, &bCRLF);
+    const unsigned long nEnd = nResult == NOT_FOUND ? m_nLength : std::min(nResult, m_nLength);
+    if (m_bParsing && nEnd > nFrom) m_nSearched += nEnd - nFrom;
+    return nResult;
 }
 
 int CQLIMimeStr::BoundaryLineCnt(const std::string& strBoundary, unsigned long nFrom) {

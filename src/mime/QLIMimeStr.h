@@ -91,8 +91,9 @@ public:
                                int* pbCRLF);
 
     /// Between BeginParse and EndParse the delimiters of a message that is not small are looked
-    /// up in an index made in one pass when first asked for, so that a body inside nested
-    /// multiparts is not searched again for every level. NextBoundary answers as FindBoundary
+    /// up in an index made in one pass once the direct searches of the parse have passed over
+    /// the message a few times, so that a body inside nested multiparts is not searched again
+    /// for every level. NextBoundary answers as FindBoundary
     /// does; it sets nLine to the line count FindBoundary would give, or to -1 when it has not
     /// counted, and then BoundaryLineCnt gives that count for the same search, the last one
     /// made. FastLineCnt counts from the index as well.
@@ -132,13 +133,19 @@ protected:
     const char* m_pszData;
     std::unique_ptr<DelimiterIndex> m_pIndex;
     ///@}
-    /// The shortest message a parse indexes; tests lower or raise it to compare the indexed
-    /// searches with the direct ones.
-    unsigned long m_nIndexFrom;
     ///@{
-    /// Between BeginParse() and EndParse(); whether the index was tried in this parse.
+    /// The shortest message a parse indexes, and how many times the direct searches of a parse
+    /// pass over it before the index is made; tests set them to compare the indexed searches
+    /// with the direct ones.
+    unsigned long m_nIndexFrom;
+    unsigned long m_nIndexAfter;
+    ///@}
+    ///@{
+    /// Between BeginParse() and EndParse(); whether the index was tried in this parse; the bytes
+    /// the direct searches of the parse have passed over.
     bool m_bParsing;
     bool m_bIndexTried;
+    unsigned long long m_nSearched;
     ///@}
 };
 
@@ -150,6 +157,9 @@ protected:
 class QLMAIL_LOCAL CQLIMimeStr::DelimiterIndex {
 public:
     static constexpr unsigned long MIN_LENGTH = 16 << 10; ///< smaller messages are searched
+    /// In memory, searches over fewer bytes than this many times the message cost less than
+    /// the index's own pass over it; only nesting makes them pass over the same bytes again.
+    static constexpr unsigned long PASSES = 2;
     static constexpr size_t MAX_LINES = 1u << 24;
 
     /// False when the message can't be read or has more such lines than MAX_LINES. Lines whose

@@ -8,10 +8,16 @@
 
 namespace {
 
-// A source whose parses index every message, or none.
+enum class Use { Direct, Index, Switch };
+
+// A source whose parses index no message, every message from the start, or every message once
+// the direct searches have passed over it as often as they do by default.
 template <class Source> class Tuned : public Source {
 public:
-    explicit Tuned(bool bIndex) { this->m_nIndexFrom = bIndex ? 0 : ULONG_MAX; }
+    explicit Tuned(Use use) {
+        this->m_nIndexFrom = use == Use::Direct ? ULONG_MAX : 0;
+        if (use == Use::Index) this->m_nIndexAfter = 0;
+    }
 };
 
 struct Parsed {
@@ -62,16 +68,20 @@ Parsed ParseWith(CQLIMimeStr& source, const std::string& strMsg) {
 void ExpectSameParse(const std::string& strMsg, const std::string& strWhat, const CTempDir& dir) {
     SCOPED_TRACE(strWhat);
     {
-        Tuned<CQLMimeStr> direct(false), indexed(true);
+        Tuned<CQLMimeStr> direct(Use::Direct);
         direct.SetData(strMsg, false);
-        indexed.SetData(strMsg, false);
-        const Parsed a = ParseWith(direct, strMsg), b = ParseWith(indexed, strMsg);
-        ExpectSameEntries(a.vEntries, b.vEntries, true, "memory");
-        EXPECT_EQ(a.strError, b.strError);
-        EXPECT_EQ(a.nResult, b.nResult);
+        const Parsed a = ParseWith(direct, strMsg);
+        for (Use use : {Use::Index, Use::Switch}) {
+            Tuned<CQLMimeStr> indexed(use);
+            indexed.SetData(strMsg, false);
+            const Parsed b = ParseWith(indexed, strMsg);
+            ExpectSameEntries(a.vEntries, b.vEntries, true, "memory");
+            EXPECT_EQ(a.strError, b.strError);
+            EXPECT_EQ(a.nResult, b.nResult);
+        }
     }
     const std::string strPath = dir.MakeFile(strMsg);
-    Tuned<CQLMimeFile> direct(false), indexed(true);
+    Tuned<CQLMimeFile> direct(Use::Direct), indexed(Use::Index);
     ASSERT_TRUE(direct.SetData(strPath, true));
     ASSERT_TRUE(indexed.SetData(strPath, true));
     const Parsed a = ParseWith(direct, strMsg), b = ParseWith(indexed, strMsg);
