@@ -199,9 +199,14 @@ bool CQLIconv::Open(const char* pszTo, const char* pszFrom) {
     }
     Side from = Resolve(pszFrom);
     Side to = Resolve(pszTo);
-    iconv_t cd = iconv_open(to.strName.c_str(), from.strName.c_str());
-    if (cd == kNoCd) return false;
-    m_cd = cd;
+    // UTF-8 to UTF-8 is copied by CQLConvParser, which then never converts here: the
+    // descriptor, whose opening costs more than copying a file name, waits for a first Conv.
+    m_bUtf8Both = IsName(pszFrom, kUtf8) && IsName(pszTo, kUtf8);
+    if (!m_bUtf8Both) {
+        iconv_t cd = iconv_open(to.strName.c_str(), from.strName.c_str());
+        if (cd == kNoCd) return false;
+        m_cd = cd;
+    }
     m_strFrom = from.strName;
     m_strTo = to.strName;
     m_nUnit = UnitOf(m_strFrom.c_str());
@@ -215,11 +220,11 @@ bool CQLIconv::Open(const char* pszTo, const char* pszFrom) {
     m_eJpIn = m_eJpOut = JP_ASCII;
     m_bTextStart = true;
     m_bUseWide = false;
-    m_bUtf8Both = IsName(pszFrom, kUtf8) && IsName(pszTo, kUtf8);
     return true;
 }
 
 int CQLIconv::Close() {
+    m_bUtf8Both = false;
     bool bFailed = false;
     int nErr = 0;
     CloseCd(m_cd, bFailed);
@@ -289,6 +294,10 @@ bool CQLIconv::OpenWide() {
 }
 
 size_t CQLIconv::Conv(char** ppIn, size_t* pnInLeft, char** ppOut, size_t* pnOutLeft) {
+    if (m_cd == nullptr && m_bUtf8Both) {
+        iconv_t cd = iconv_open(m_strTo.c_str(), m_strFrom.c_str());
+        if (cd != kNoCd) m_cd = cd;
+    }
     if (m_cd == nullptr) {
         errno = EBADF;
         return kFail;
