@@ -126,6 +126,31 @@ const char* FindSse2(const char* pHay, size_t nHay, const char* pNeedle, size_t 
     return nullptr;
 }
 
+// One bit per byte of v that equals the byte of vByte.
+__attribute__((target("avx2"))) inline uint64_t EqualBits(__m256i v, __m256i vByte) {
+    return static_cast<uint32_t>(_mm256_movemask_epi8(_mm256_cmpeq_epi8(v, vByte)));
+}
+
+// The first match among the candidates that nMask marks from i, or null; with kCount the
+// newlines that nLFMask marks are added to nLF, up to the match or all of them.
+template <bool kCount>
+__attribute__((target("popcnt"))) inline const char*
+MatchAmong(uint64_t nMask, uint64_t nLFMask, const char* pHay, size_t i, const char* pNeedle,
+           size_t nNeedle, unsigned long& nLF) {
+    for (; nMask != 0; nMask &= nMask - 1) {
+        const unsigned int nBit = static_cast<unsigned int>(__builtin_ctzll(nMask));
+        if (memcmp(pHay + i + nBit + 2, pNeedle + 2, nNeedle - 2) == 0) {
+            if (kCount) {
+                const uint64_t nUpTo = (uint64_t{2} << nBit) - 1u; // bits 0..nBit
+                nLF += static_cast<unsigned long>(__builtin_popcountll(nLFMask & nUpTo));
+            }
+            return pHay + i + nBit;
+        }
+    }
+    if (kCount) nLF += static_cast<unsigned long>(__builtin_popcountll(nLFMask));
+    return nullptr;
+}
+
 template <bool kCount>
 __attribute__((target("avx2,popcnt"))) const char* FindAvx2(const char* pHay, size_t nHay,
                                                             const char* pNeedle, size_t nNeedle,
@@ -133,30 +158,31 @@ __attribute__((target("avx2,popcnt"))) const char* FindAvx2(const char* pHay, si
     const __m256i vFirst = _mm256_set1_epi8(pNeedle[0]);
     const __m256i vSecond = _mm256_set1_epi8(pNeedle[1]);
     const __m256i vLF = _mm256_set1_epi8('\n');
-    const size_t nLast = nHay - nNeedle;
-    for (; i + 32 <= nLast + 1 && i + 33 <= nHay; i += 32) {
+    const bool bLFFirst = pNeedle[0] == '\n';
+    // Where a match can begin; the needle has two bytes or more, so the byte behind the last
+    // of these lies inside the haystack.
+    const size_t nStarts = nHay - nNeedle + 1;
+    // 64 positions a step from one load of each half: the second byte of a candidate is the
+    // bit after its first, and for the last position the byte behind the step.
+    for (; i + 64 <= nStarts; i += 64) {
+        const __m256i v0 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(pHay + i));
+        const __m256i v1 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(pHay + i + 32));
+        const uint64_t nFirst = EqualBits(v0, vFirst) | EqualBits(v1, vFirst) << 32;
+        const uint64_t nSecond = (EqualBits(v0, vSecond) | EqualBits(v1, vSecond) << 32) >> 1 |
+                                 uint64_t{pHay[i + 64] == pNeedle[1]} << 63;
+        uint64_t nLFMask = 0;
+        if (kCount) nLFMask = bLFFirst ? nFirst : EqualBits(v0, vLF) | EqualBits(v1, vLF) << 32;
+        if (const char* pHit =
+                MatchAmong<kCount>(nFirst & nSecond, nLFMask, pHay, i, pNeedle, nNeedle, nLF))
+            return pHit;
+    }
+    for (; i + 32 <= nStarts; i += 32) {
         const __m256i v0 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(pHay + i));
         const __m256i v1 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(pHay + i + 1));
-        const __m256i vEq0 = _mm256_cmpeq_epi8(v0, vFirst);
-        unsigned int nMask = static_cast<unsigned int>(
-            _mm256_movemask_epi8(_mm256_and_si256(vEq0, _mm256_cmpeq_epi8(v1, vSecond))));
-        unsigned int nLFMask = 0;
-        if (kCount)
-            nLFMask = static_cast<unsigned int>(
-                _mm256_movemask_epi8(pNeedle[0] == '\n' ? vEq0 : _mm256_cmpeq_epi8(v0, vLF)));
-        while (nMask != 0) {
-            const unsigned int nBit = static_cast<unsigned int>(__builtin_ctz(nMask));
-            const size_t nAt = i + nBit;
-            if (memcmp(pHay + nAt + 2, pNeedle + 2, nNeedle - 2) == 0) {
-                if (kCount) {
-                    const unsigned int nUpTo = (2u << nBit) - 1u; // bits 0..nBit
-                    nLF += static_cast<unsigned long>(__builtin_popcount(nLFMask & nUpTo));
-                }
-                return pHay + nAt;
-            }
-            nMask &= nMask - 1;
-        }
-        if (kCount) nLF += static_cast<unsigned long>(__builtin_popcount(nLFMask));
+        const uint64_t nMask = EqualBits(v0, vFirst) & EqualBits(v1, vSecond);
+        const uint64_t nLFMask = kCount ? EqualBits(v0, bLFFirst ? vFirst : vLF) : 0;
+        if (const char* pHit = MatchAmong<kCount>(nMask, nLFMask, pHay, i, pNeedle, nNeedle, nLF))
+            return pHit;
     }
     return nullptr;
 }
