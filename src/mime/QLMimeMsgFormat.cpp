@@ -58,7 +58,12 @@ struct RecordWriter {
     char* p;
     char* pEnd;
     template <class T> void Number(const T& value) {
-        p = std::to_chars(p, pEnd, static_cast<int>(value)).ptr;
+        // Most fields of a record are a digit: types, encodings, unset offsets.
+        const int n = static_cast<int>(value);
+        if (n >= 0 && n < 10)
+            *p++ = static_cast<char>('0' + n);
+        else
+            p = std::to_chars(p, pEnd, n).ptr;
         *p++ = ',';
     }
     void Text(const std::string& strText) {
