@@ -114,7 +114,7 @@ std::string CQLMimeMsg::DetectCharset(const std::string& strText) {
     // Seven-bit text without ESC or "~" is ASCII to the detector, an answer never given back,
     // so the detector need not be started for it.
     if (std::all_of(strText.begin(), strText.end(),
-                    [](char c) { return c >= 0 && c != '\x1B' && c != '~'; }))
+                    [](unsigned char c) { return c < 0x80 && c != 0x1B && c != '~'; }))
         return strResult;
     Detect* pDetect = detect_init();
     if (pDetect == nullptr) return strResult;
