@@ -1,9 +1,9 @@
 #!/bin/sh
 # Builds and runs every test twice: a normal build, then one with AddressSanitizer and
 # UndefinedBehaviorSanitizer in which any finding fails the run. The mime, codec and scanner
-# tests run a third time with the byte scanners in their portable form only. Then every fuzz
-# target runs for a bounded time under the same sanitizers; a crash, leak, timeout or
-# out-of-memory stop fails the run.
+# tests run a third time with the byte scanners in their portable form only and char unsigned,
+# as on arm64. Then every fuzz target runs for a bounded time under the same sanitizers; a
+# crash, leak, timeout or out-of-memory stop fails the run.
 set -eu
 cd "$(dirname "$0")/.."
 ./scripts/install-deps.sh
@@ -21,9 +21,9 @@ ASAN_OPTIONS=detect_leaks=1:abort_on_error=1:strict_string_checks=1 \
 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
     ctest --test-dir build-asan --output-on-failure -j "$jobs"
 
-echo "== portable scanners build: the mime, codec and scanner tests again =="
+echo "== portable scanners, unsigned char: the mime, codec and scanner tests again =="
 cmake -S . -B build-portable -DCMAKE_BUILD_TYPE=RelWithDebInfo -DQLMAIL_PORTABLE=ON \
-    -DQLMAIL_BUILD_JAVA=OFF -DQLMAIL_BUILD_BENCH=OFF >/dev/null
+    -DQLMAIL_UNSIGNED_CHAR=ON -DQLMAIL_BUILD_JAVA=OFF -DQLMAIL_BUILD_BENCH=OFF >/dev/null
 cmake --build build-portable -j "$jobs" --target test_mime test_codec test_internal
 for t in test_mime test_codec test_internal; do
     QLMAIL_CORPUS_DIR="$PWD/../shared/corpus" "./build-portable/tests/$t" --gtest_brief=1
