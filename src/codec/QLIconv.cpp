@@ -197,11 +197,12 @@ bool CQLIconv::Open(const char* pszTo, const char* pszFrom) {
         errno = EINVAL;
         return false;
     }
-    Side from = Resolve(pszFrom);
-    Side to = Resolve(pszTo);
-    // UTF-8 to UTF-8 is copied by CQLConvParser, which then never converts here: the
-    // descriptor, whose opening costs more than copying a file name, waits for a first Conv.
+    // UTF-8 to UTF-8 is copied by CQLConvParser, which then never converts here: the names need
+    // no resolving, and the descriptor, whose opening costs more than copying a file name,
+    // waits for a first Conv.
     m_bUtf8Both = IsName(pszFrom, kUtf8) && IsName(pszTo, kUtf8);
+    const Side from = m_bUtf8Both ? Side{pszFrom} : Resolve(pszFrom);
+    const Side to = m_bUtf8Both ? Side{pszTo} : Resolve(pszTo);
     if (!m_bUtf8Both) {
         iconv_t cd = iconv_open(to.strName.c_str(), from.strName.c_str());
         if (cd == kNoCd) return false;
