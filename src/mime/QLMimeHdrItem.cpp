@@ -50,13 +50,17 @@ bool NamePrefixMatches(const char* pName, size_t nName, const char* pszName, siz
 }
 
 std::string ExtendedParameter(const std::string& strValue, size_t nToken) {
-    // This token and every one behind it, as Tokenize gives them, go to the joiner.
-    CQLStringParser str;
-    std::vector<std::string> vTokens;
-    const int nTokens = str.Tokenize(strValue, vTokens, ';');
-    std::string strJoined = str.Trim(vTokens[nToken], CQLStringParser::TRIM_BOTH) + ";";
-    for (int j = static_cast<int>(nToken) + 1; j < nTokens; ++j) strJoined += vTokens[j] + ";";
-    strJoined.erase(strJoined.size() - 1);
+    // This token, trimmed, and everything behind it go to the joiner, as the tokens at every
+    // ";" joined again would give it: without a last ";" that ends the value.
+    size_t nFrom = 0;
+    for (size_t i = 0; i < nToken; ++i) nFrom = strValue.find(';', nFrom) + 1;
+    size_t nTo = strValue.find(';', nFrom);
+    if (nTo == std::string::npos) nTo = strValue.size();
+    std::string strJoined =
+        CQLStringParser().Trim(strValue.substr(nFrom, nTo - nFrom), CQLStringParser::TRIM_BOTH);
+    size_t nRestEnd = strValue.size();
+    if (nRestEnd > nTo && strValue[nRestEnd - 1] == ';') --nRestEnd;
+    strJoined.append(strValue, nTo, nRestEnd - nTo);
     CQLCodecParser codec;
     std::string strParamName, strCharset, strLanguage;
     const std::string strRaw =
