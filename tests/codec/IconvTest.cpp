@@ -89,3 +89,19 @@ TEST(Iconv, Conversions) {
     EXPECT_EQ(Convert(kJp, "UTF-16", strJis, false, 4),
               "\376\377\x65\xE5\x67\x2C\xFF\x81\0x\0y\0z"s);
 }
+
+// A closed converter converts nothing, a UTF-8 pair, whose descriptor waits for the first text,
+// as much as any other.
+TEST(Iconv, ClosedConvertsNothing) {
+    for (const char* pszTo : {"UTF-8", "UTF-16BE"}) {
+        CQLIconv conv;
+        ASSERT_TRUE(conv.Open(pszTo, "UTF-8"));
+        EXPECT_EQ(conv.Close(), 0);
+        char szIn[] = "a", szOut[8];
+        char *pIn = szIn, *pOut = szOut;
+        size_t nIn = 1, nOut = sizeof(szOut);
+        errno = 0;
+        EXPECT_EQ(conv.Conv(&pIn, &nIn, &pOut, &nOut), static_cast<size_t>(-1)) << pszTo;
+        EXPECT_EQ(errno, EBADF) << pszTo;
+    }
+}
