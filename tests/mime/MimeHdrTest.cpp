@@ -147,6 +147,9 @@ TEST(MimeHdr, Parameters) {
          "=?utf-8?B?7JWILnR4dA==?="},
         {"x; filename*0=\"a\"; filename*1=\"b\"", "filename", "ab"},
         {"x; filename*=plain%20name", "filename", "plain name"},
+        // A ";" that ends the value is not joined; one before it is.
+        {"x; filename*=plain%20name;", "filename", "plain name"},
+        {"x; filename*=a;;", "filename", "a;"},
     };
     for (const Case& c : cases) {
         EXPECT_EQ(
