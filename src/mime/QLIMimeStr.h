@@ -91,12 +91,12 @@ public:
                                int* pbCRLF);
 
     /// Between BeginParse and EndParse the delimiters of a message that is not small are looked
-    /// up in an index made in one pass once the direct searches of the parse have passed over
-    /// the message a few times, so that a body inside nested multiparts is not searched again
-    /// for every level. NextBoundary answers as FindBoundary
-    /// does; it sets nLine to the line count FindBoundary would give, or to -1 when it has not
-    /// counted, and then BoundaryLineCnt gives that count for the same search, the last one
-    /// made. FastLineCnt counts from the index as well.
+    /// up in an index made in one pass, so that a body inside nested multiparts is not searched
+    /// again for every level: a file source makes it at the first search, a memory source once
+    /// the direct searches of the parse have passed over the message m_nIndexAfter times.
+    /// NextBoundary answers as FindBoundary does; it sets nLine to the line count FindBoundary
+    /// would give, or to -1 when it has not counted, and then BoundaryLineCnt gives that count
+    /// for the same search, the last one made. FastLineCnt counts from the index as well.
     void BeginParse();
     /// Drops the index of the parse.
     void EndParse();
